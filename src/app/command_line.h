@@ -1,0 +1,10 @@
+// The command line: chooses the role of the process. Called by main.
+#pragma once
+
+namespace ov {
+
+/// Runs what the arguments ask for and returns the exit status: 0 after an event was sent, 1 after
+/// a usage error, reported on standard error. The service role does not return.
+int RunCommandLine(int argc, char *argv[]);
+
+}  // namespace ov

@@ -1,0 +1,25 @@
+#include "base/standard_streams.h"
+
+#include <QByteArray>
+#include <QString>
+#include <QtGlobal>
+#include <cstdio>
+
+namespace ov {
+namespace {
+
+void WriteDiagnostic(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
+                     const QString &message) {
+  const QByteArray line = message.toUtf8() + '\n';
+  // Standard error is unbuffered, so one call is one write and lines of threads do not mix.
+  std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stderr);
+}
+
+}  // namespace
+
+void SetUpStandardStreams() {
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  qInstallMessageHandler(WriteDiagnostic);
+}
+
+}  // namespace ov

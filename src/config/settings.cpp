@@ -1,0 +1,105 @@
+#include "config/settings.h"
+
+#include <sys/stat.h>
+
+#include <QFile>
+#include <QSettings>
+#include <QStringList>
+#include <QVariant>
+#include <cstdio>
+
+namespace ov {
+
+void Settings::parseSettings() {
+  rawValues_ = readSettingsFile();
+  dumpSettings();
+  ApplyInteger("facility", facility_);
+  ApplyText("formatString", formatString_);
+  ApplyAllowed();
+  ApplyProtocol();
+  ApplyText("host", host_);
+  ApplyInteger("port", port_);
+  ApplyInteger("usbDevMon", usbDevMon_);
+  ApplyInteger("vmwSigninMon", vmwSigninMon_);
+  ApplyInteger("agentConnMon", agentConnMon_);
+  ApplyInteger("perfMon", perfMon_);
+  ApplyInteger("cpuThreshold", cpuThreshold_);
+  ApplyInteger("memThreshold", memThreshold_);
+  ApplyInteger("diskThreshold", diskThreshold_);
+}
+
+bool Settings::settingsChanged() {
+  struct stat status {};
+  if (stat(kSettingsPath, &status) != 0) {
+    return false;
+  }
+  if (status.st_mtime == lastModified_) {
+    return false;
+  }
+  lastModified_ = status.st_mtime;
+  return readSettingsFile() != rawValues_;
+}
+
+QHash<QString, QString> Settings::readSettingsFile() {
+  QHash<QString, QString> values;
+  const QString path = QLatin1String(kSettingsPath);
+  if (!QFile::exists(path)) {
+    return values;
+  }
+  const QSettings file(path, QSettings::IniFormat);
+  const QStringList keys = file.allKeys();
+  for (const QString &key : keys) {
+    values.insert(key, file.value(key).toString());
+  }
+  return values;
+}
+
+void Settings::dumpSettings() const {
+  for (auto entry = rawValues_.cbegin(); entry != rawValues_.cend(); ++entry) {
+    std::printf("%s: %s\n", entry.key().toUtf8().constData(), entry.value().toUtf8().constData());
+  }
+}
+
+bool Settings::isAllowed(const char *id) const {
+  return allowedEvents_.contains(QString::fromLatin1(id));
+}
+
+void Settings::ApplyInteger(const char *key, std::int32_t &field) const {
+  const auto entry = rawValues_.constFind(QLatin1String(key));
+  if (entry == rawValues_.cend()) {
+    return;
+  }
+  bool valid = false;
+  const std::int32_t value = entry->toInt(&valid, 10);
+  if (valid) {
+    field = value;
+  }
+}
+
+void Settings::ApplyText(const char *key, QString &field) const {
+  const auto entry = rawValues_.constFind(QLatin1String(key));
+  if (entry != rawValues_.cend()) {
+    field = *entry;
+  }
+}
+
+void Settings::ApplyAllowed() {
+  const auto entry = rawValues_.constFind(QStringLiteral("allowed"));
+  if (entry == rawValues_.cend()) {
+    return;
+  }
+  allowedEvents_.clear();
+  const QStringList ids = entry->split(QLatin1Char(' '));
+  for (const QString &id : ids) {
+    allowedEvents_.insert(id.trimmed());
+  }
+}
+
+void Settings::ApplyProtocol() {
+  const auto entry = rawValues_.constFind(QStringLiteral("protocol"));
+  if (entry != rawValues_.cend()) {
+    protocol_ = *entry == QLatin1String("syslog-tcp") ? kProtocolTcp : kProtocolUdp;
+  }
+}
+
+}  // namespace ov

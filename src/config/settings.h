@@ -1,0 +1,79 @@
+// The settings of the service, from its INI file. parseSettings and settingsChanged run on the
+// main thread only; while the processing thread runs, others may call the accessors.
+#pragma once
+
+#include <QHash>
+#include <QSet>
+#include <QString>
+#include <cstdint>
+
+namespace ov {
+
+constexpr char kSettingsPath[] = "/tmp/ov-event-logger.ini";
+
+/// How lines travel to the collector, as the key "protocol" chooses.
+constexpr std::int32_t kProtocolUdp = 0;
+constexpr std::int32_t kProtocolTcp = 1;
+
+/// Holds the value of every key. A key that the file lacks keeps its value from earlier in the
+/// life of the process, and the default only until it has once been read.
+class Settings {
+ public:
+  /// Reads the file, prints every entry and applies the thirteen known keys. A number that is
+  /// not a decimal integer is passed over without a message; nothing else is checked.
+  void parseSettings();
+
+  /// Whether the file's contents differ from those that parseSettings read. Costs one stat while
+  /// the file's modification time (whole seconds) stays; false when the file is missing.
+  bool settingsChanged();
+
+  /// Every key of the file with its value as text, as Qt's INI reader gives them; empty when
+  /// there is no file.
+  static QHash<QString, QString> readSettingsFile();
+
+  /// Prints "<key>: <value>" for every entry last read, in no particular order.
+  void dumpSettings() const;
+
+  /// Whether events of this identifier (NUL-terminated, read as Latin-1) may be forwarded.
+  bool isAllowed(const char *id) const;
+
+  std::int32_t facility() const { return facility_; }  ///< syslog facility, not range-checked
+  QString formatString() const { return formatString_; }
+  std::int32_t protocol() const { return protocol_; }  ///< kProtocolUdp or kProtocolTcp
+  QString host() const { return host_; }
+  std::int32_t port() const { return port_; }  ///< not range-checked
+  bool usbDevMon() const { return usbDevMon_ > 0; }
+  bool vmwSigninMon() const { return vmwSigninMon_ > 0; }
+  bool agentConnMon() const { return agentConnMon_ > 0; }
+  bool perfMon() const { return perfMon_ > 0; }
+  std::int32_t cpuThreshold() const { return cpuThreshold_; }    ///< percent
+  std::int32_t memThreshold() const { return memThreshold_; }    ///< percent
+  std::int32_t diskThreshold() const { return diskThreshold_; }  ///< percent
+
+ private:
+  void ApplyInteger(const char *key, std::int32_t &field) const;
+  void ApplyText(const char *key, QString &field) const;
+  void ApplyAllowed();
+  void ApplyProtocol();
+
+  QHash<QString, QString> rawValues_;
+  std::int64_t lastModified_ = 0;  // seconds since the epoch
+  std::int32_t facility_ = 3;      // the system daemons
+  QString formatString_ =
+      QStringLiteral("<[PRI]> [DATE] [NAME]([IP]): [ID] [DESC] - [VAL] ([SEV])");
+  QSet<QString> allowedEvents_;
+  std::int32_t protocol_ = kProtocolUdp;
+  QString host_;
+  std::int32_t port_ = 514;
+  std::int32_t usbDevMon_ = 0;
+  std::int32_t vmwSigninMon_ = 0;
+  std::int32_t agentConnMon_ = 0;
+  std::int32_t perfMon_ = 0;
+  std::int32_t cpuThreshold_ = 80;
+  std::int32_t memThreshold_ = 80;
+  std::int32_t diskThreshold_ = 80;
+};
+
+extern Settings g_settings;
+
+}  // namespace ov

@@ -1,0 +1,18 @@
+// Finds the address of a collector. May be called from any thread; a name may take as long as the
+// system's resolver does.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <QString>
+#include <cstdint>
+
+namespace ov {
+
+/// Resolves `host`, a dotted IPv4 address or a name, for sockets of `socketType` and stores its
+/// first IPv4 address with the low 16 bits of `port`. When that fails, prints "Invalid IP address
+/// or hostname: <why>" on standard output and leaves `destination` as it was.
+bool ResolveCollector(const QString &host, std::int32_t port, int socketType,
+                      sockaddr_in &destination);
+
+}  // namespace ov

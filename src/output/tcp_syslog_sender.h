@@ -1,0 +1,43 @@
+// Sends lines to a syslog collector over TCP, each ended by a line feed (RFC 6587, section 3.4.2).
+// The run cycle calls Init and Close while no processing thread runs; the processing thread calls
+// Connect, Send and Close, once per batch.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <QString>
+#include <cstdint>
+
+namespace ov {
+
+class TcpSyslogSender {
+ public:
+  TcpSyslogSender() = default;
+  TcpSyslogSender(const TcpSyslogSender &) = delete;
+  TcpSyslogSender &operator=(const TcpSyslogSender &) = delete;
+  ~TcpSyslogSender() { Close(); }
+
+  /// Resolves the collector (see ResolveCollector); makes no socket. After a failure the
+  /// destination stays that of the last success.
+  bool Init(const QString &host, std::int32_t port);
+
+  /// Connects a new socket to the collector. On failure, says why: on standard output when there
+  /// is no socket, with perror when it does not connect.
+  bool Connect();
+
+  /// Writes the line, without white space at its ends and with a line feed. A line that cannot be
+  /// sent is reported on standard output and lost; a dropped connection raises no signal.
+  void Send(const QString &line) const;
+
+  void Close();
+
+  std::int32_t SocketDescriptor() const { return socket_; }
+
+ private:
+  std::int32_t socket_ = -1;
+  sockaddr_in destination_{};
+};
+
+extern TcpSyslogSender g_tcpSyslogSender;
+
+}  // namespace ov

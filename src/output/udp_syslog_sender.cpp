@@ -1,0 +1,39 @@
+#include "output/udp_syslog_sender.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <QByteArray>
+#include <cstdio>
+
+#include "base/socket_address.h"
+#include "output/collector_address.h"
+
+namespace ov {
+
+bool UdpSyslogSender::Init(const QString &host, std::int32_t port) {
+  Close();
+  socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (socket_ < 0) {
+    std::puts("Error creating socket");
+    return false;
+  }
+  return ResolveCollector(host, port, SOCK_DGRAM, destination_);
+}
+
+void UdpSyslogSender::Send(const QString &line) const {
+  const QByteArray bytes = line.toUtf8();
+  if (sendto(socket_, bytes.constData(), static_cast<std::size_t>(bytes.size()), 0,
+             AsSocketAddress(destination_), sizeof(destination_)) < 0) {
+    std::puts("Error sending message");
+  }
+}
+
+void UdpSyslogSender::Close() {
+  if (socket_ >= 0) {
+    close(socket_);
+  }
+  socket_ = -1;
+}
+
+}  // namespace ov

@@ -1,0 +1,38 @@
+// Sends lines to a syslog collector as UDP datagrams (RFC 3164, section 2). The run cycle calls
+// Init and Close while no processing thread runs; the processing thread calls Send.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <QString>
+#include <cstdint>
+
+namespace ov {
+
+class UdpSyslogSender {
+ public:
+  UdpSyslogSender() = default;
+  UdpSyslogSender(const UdpSyslogSender &) = delete;
+  UdpSyslogSender &operator=(const UdpSyslogSender &) = delete;
+  ~UdpSyslogSender() { Close(); }
+
+  /// Opens a new socket and resolves the collector (see ResolveCollector). On failure, says why
+  /// on standard output; the destination then stays that of the last success.
+  bool Init(const QString &host, std::int32_t port);
+
+  /// Sends the line's UTF-8 bytes as one datagram, with nothing added. A line that cannot be sent
+  /// is reported on standard output and lost.
+  void Send(const QString &line) const;
+
+  void Close();
+
+  std::int32_t SocketDescriptor() const { return socket_; }
+
+ private:
+  std::int32_t socket_ = -1;
+  sockaddr_in destination_{};
+};
+
+extern UdpSyslogSender g_udpSyslogSender;
+
+}  // namespace ov

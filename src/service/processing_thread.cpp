@@ -1,0 +1,138 @@
+#include "service/processing_thread.h"
+
+#include <malloc.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <unistd.h>
+
+#include <QString>
+#include <QStringList>
+#include <cerrno>
+#include <cstdio>
+
+#include "config/settings.h"
+#include "event/event_record.h"
+#include "output/host_identity.h"
+#include "output/message_formatter.h"
+#include "output/tcp_syslog_sender.h"
+#include "output/udp_syslog_sender.h"
+#include "service/event_catalogue.h"
+#include "service/event_queue.h"
+
+namespace ov {
+namespace {
+
+// A batch of this many events or more has taken memory worth giving back to the system.
+constexpr int kLargeBatch = 1000;
+
+pthread_t processingThread;
+
+// Shared as a plain byte: the thread clears it when it starts and reads it after each pass, the
+// run cycle sets it to end the thread.
+bool stopRequested = false;
+
+// Posted by each thread once it has cleared the flag. A stop requested before that would be lost.
+sem_t flagCleared;
+
+void Sleep(std::chrono::seconds pause) { sleep(static_cast<unsigned>(pause.count())); }
+
+QStringList FormatAndPrint(const EventList &events) {
+  LineContext context{g_settings.facility(), g_hostNameText, g_hostAddressText, {}};
+  QStringList lines;
+  for (const EventRecord &event : events) {
+    const std::string_view id = EventIdText(event);
+    // Inserts an empty definition for an event that a monitor raised and nobody defined.
+    const EventDefinition &definition =
+        g_eventCatalogue[QString::fromLatin1(id.data(), static_cast<int>(id.size()))];
+    lines.append(g_messageFormatter.FormatEvent(event, definition, context));
+    std::printf(">>> %s\n", lines.constLast().toUtf8().constData());
+  }
+  return lines;
+}
+
+void SendOverTcp(const QStringList &lines) {
+  // Does not look at the stop flag: the batch is held until the collector can be reached.
+  while (!g_tcpSyslogSender.Connect()) {
+    Sleep(kReconnectPause);
+  }
+  for (const QString &line : lines) {
+    g_tcpSyslogSender.Send(line);
+  }
+  g_tcpSyslogSender.Close();
+}
+
+void SendOverUdp(const QStringList &lines) {
+  for (const QString &line : lines) {
+    g_udpSyslogSender.Send(line);
+  }
+}
+
+void SendLines(const QStringList &lines) {
+  switch (g_settings.protocol()) {
+    case kProtocolUdp:
+      SendOverUdp(lines);
+      break;
+    case kProtocolTcp:
+      SendOverTcp(lines);
+      break;
+    default:
+      break;
+  }
+}
+
+// Returns how many events there were.
+int DeliverQueuedEvents() {
+  const EventList events = g_eventQueue.TakeAll();
+  if (events.empty()) {
+    return 0;
+  }
+  std::puts("> Process events");
+  const QStringList lines = FormatAndPrint(events);
+  SendLines(lines);
+  return lines.size();
+}
+
+void RunPass() {
+  RefreshHostIdentity(g_hostAddressText, g_hostNameText);
+  if (g_hostAddressText.isEmpty()) {
+    std::puts("> Client address is unknown");
+    return;
+  }
+  if (DeliverQueuedEvents() >= kLargeBatch) {
+    malloc_trim(0);
+  }
+}
+
+void *ProcessingThread(void * /*unused*/) {
+  stopRequested = false;
+  sem_post(&flagCleared);
+  while (!stopRequested) {
+    RunPass();
+    Sleep(kPassPause);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+int StartProcessingThread() {
+  // One per start: after an accept error an earlier thread runs on, but it has posted already.
+  sem_init(&flagCleared, 0, 0);
+  const int error = pthread_create(&processingThread, nullptr, ProcessingThread, nullptr);
+  if (error == 0) {
+    while (sem_wait(&flagCleared) != 0) {
+    }
+  }
+  return error;
+}
+
+void StopProcessingThread() {
+  stopRequested = true;
+  const int error = pthread_join(processingThread, nullptr);
+  if (error != 0) {
+    errno = error;
+    std::perror("pthread_join");
+  }
+}
+
+}  // namespace ov

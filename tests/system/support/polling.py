@@ -1,0 +1,19 @@
+"""Waiting for something to become true, with a deadline."""
+
+import time
+
+DEADLINE = 20.0  # seconds; far above every pause of the service, for a machine that is busy
+INTERVAL = 0.01  # seconds
+
+
+def wait_until(condition, what, deadline=DEADLINE):
+    """Returns the first true result of `condition()`; fails after `deadline` seconds."""
+    end = time.monotonic() + deadline
+    while True:
+        result = condition()
+        if result:
+            return result
+        if time.monotonic() > end:
+            shown = what() if callable(what) else what
+            raise AssertionError(f"not within {deadline} s: {shown}")
+        time.sleep(INTERVAL)

@@ -1,0 +1,102 @@
+"""A program in a sandbox: its output as it comes, its status, its end."""
+
+import os
+import signal
+import subprocess
+import threading
+
+from .polling import DEADLINE, wait_until
+
+
+class Process:
+    """Started with its standard output and error on pipes of their own, unless `stdout` says
+    otherwise. Whatever it prints is read at once, so that it never waits for the test."""
+
+    def __init__(self, command, **kwargs):
+        kwargs.setdefault("stdin", subprocess.DEVNULL)
+        kwargs.setdefault("stdout", subprocess.PIPE)
+        kwargs.setdefault("stderr", subprocess.PIPE)
+        self._popen = subprocess.Popen(command, **kwargs)
+        self._output = {}
+        self._readers = []
+        for name in ("stdout", "stderr"):
+            stream = getattr(self._popen, name)
+            self._output[name] = bytearray()
+            if stream is not None:
+                reader = threading.Thread(target=self._read, args=(name, stream), daemon=True)
+                reader.start()
+                self._readers.append(reader)
+
+    def _read(self, name, stream):
+        with stream:
+            while chunk := os.read(stream.fileno(), 65536):
+                self._output[name] += chunk
+
+    @property
+    def stdout_bytes(self):
+        return bytes(self._output["stdout"])
+
+    @property
+    def stderr_bytes(self):
+        return bytes(self._output["stderr"])
+
+    @property
+    def stdout(self):
+        return self.stdout_bytes.decode()
+
+    @property
+    def stderr(self):
+        return self.stderr_bytes.decode()
+
+    @property
+    def lines(self):
+        """The complete lines of standard output so far."""
+        return self.stdout.split("\n")[:-1]
+
+    @property
+    def error_lines(self):
+        """The complete lines of standard error so far."""
+        return self.stderr.split("\n")[:-1]
+
+    @property
+    def pid(self):
+        """The process's number as seen by the test (nsenter stands between the two)."""
+        from .sandbox import child_of
+        return child_of(self._popen.pid)
+
+    def is_running(self):
+        return self._popen.poll() is None
+
+    def wait_for_line(self, line, count=1, deadline=DEADLINE):
+        """Waits until standard output holds the line, exactly, at least `count` times."""
+        wait_until(lambda: self.lines.count(line) >= count,
+                   lambda: f"{count} times {line!r} in {self.lines} ({self.error_lines})", deadline)
+
+    def wait_for_error_line(self, line, count=1, deadline=DEADLINE):
+        """The same of standard error."""
+        wait_until(lambda: self.error_lines.count(line) >= count,
+                   lambda: f"{count} times {line!r} in {self.error_lines}", deadline)
+
+    def wait(self, deadline=60.0):
+        """Waits for the end of the process and of its output; returns the status."""
+        self._popen.wait(deadline)
+        for reader in self._readers:
+            reader.join()
+        return self.status
+
+    @property
+    def status(self):
+        """The exit status; that of a signal is 128 above its number, as in a shell."""
+        status = self._popen.returncode
+        return 128 - status if status is not None and status < 0 else status
+
+    def signal(self, number):
+        os.kill(self.pid, number)
+
+    def kill(self):
+        if self.is_running():
+            try:
+                self.signal(signal.SIGKILL)
+            except (ProcessLookupError, FileNotFoundError):
+                pass
+            self.wait()

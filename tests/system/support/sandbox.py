@@ -1,0 +1,141 @@
+"""A sandbox as scripts/sandbox makes it, held open so that a test can run programs in it, see its
+files and open sockets in its network."""
+
+import ctypes
+import os
+import pathlib
+import socket
+import subprocess
+import threading
+
+from .process import Process
+from .polling import wait_until
+
+REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
+CLONE_NEWNET = 0x40000000
+
+DEFINITIONS = "/usr/lib/orvan/ov-event-logger/ov-event-def.csv"
+FALLBACK_DEFINITIONS = "/tmp/ov-event-def.csv"
+SETTINGS = "/tmp/ov-event-logger.ini"
+SERVICE_SOCKET = "/tmp/ov-events"
+RECORD_SIZE = 144
+
+
+class Sandbox:
+    def __init__(self):
+        executable = pathlib.Path(os.environ["OV_EXECUTABLE"])
+        faults = pathlib.Path(os.environ["OV_FAULTS_LIBRARY"])
+        self.executable = f"/run/kept/{executable.name}"
+        self.faults = f"/run/kept/{faults.name}"
+        self._processes = []
+        self._holder = subprocess.Popen(
+            [REPOSITORY / "scripts/sandbox", "--keep", executable, "--keep", faults,
+             "sh", "-c", "echo ready; exec sleep infinity"],
+            stdout=subprocess.PIPE)
+        if self._holder.stdout.readline() != b"ready\n":
+            raise RuntimeError("the sandbox did not start")
+        self._init = child_of(self._holder.pid)
+
+    def close(self):
+        for process in self._processes:
+            process.kill()
+        os.kill(self._init, 9)  # with the first process of the sandbox go all others
+        self._holder.wait()
+        self._holder.stdout.close()
+
+    def path(self, inside):
+        """Where a path of the sandbox is found from outside."""
+        return pathlib.Path(f"/proc/{self._init}/root{inside}")
+
+    def start(self, *command, env=None, **kwargs):
+        """Starts a program in the sandbox, with nothing in its environment but PATH and `env`."""
+        environment = {"PATH": os.environ["PATH"], **(env or {})}
+        process = Process(
+            ["nsenter", "--target", str(self._init), "--mount", "--net", "--uts", "--pid",
+             "--wd=/tmp", "--", *command], env=environment, **kwargs)
+        self._processes.append(process)
+        return process
+
+    def run(self, *command, **kwargs):
+        """Runs a program of the sandbox to its end."""
+        process = self.start(*command, **kwargs)
+        process.wait()
+        return process
+
+    def sh(self, script):
+        """Runs shell commands that set the sandbox up; they must succeed."""
+        process = self.run("sh", "-ec", script)
+        assert process.status == 0, process.stderr
+        return process
+
+    def start_service(self, **kwargs):
+        return self.start(self.executable, "-s", **kwargs)
+
+    def start_listening_service(self, **kwargs):
+        """A service that has come to its accept loop."""
+        service = self.start_service(**kwargs)
+        service.wait_for_line(f"Server is listening on {SERVICE_SOCKET}")
+        return service
+
+    def start_client(self, *arguments, **kwargs):
+        return self.start(self.executable, "-e", *arguments, **kwargs)
+
+    def send(self, *arguments):
+        """Raises one event with a client, which must succeed."""
+        client = self.run(self.executable, "-e", *arguments)
+        assert client.status == 0, client.stderr
+        return client
+
+    def write_definitions(self, *rows, path=DEFINITIONS):
+        content = rows[0] if rows and isinstance(rows[0], bytes) else "".join(
+            row + "\n" for row in rows).encode()
+        self.path(path).write_bytes(content)
+
+    def write_settings(self, **values):
+        """Writes the settings file anew, with a modification time that no earlier one had."""
+        self.write_settings_bytes(
+            "".join(f"{key}={value}\n" for key, value in values.items()).encode())
+
+    def write_settings_bytes(self, content):
+        settings = self.path(SETTINGS)
+        modified = settings.stat().st_mtime + 2 if settings.exists() else None
+        new = settings.with_suffix(".new")
+        new.write_bytes(content)
+        if modified is not None:
+            os.utime(new, (modified, modified))
+        new.rename(settings)
+
+    def connect(self):
+        """A connection to the service, from a client of the test's own."""
+        connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        wait_until(lambda: connection.connect_ex(str(self.path(SERVICE_SOCKET))) == 0,
+                   "a connection to the service")
+        return connection
+
+    def send_bytes(self, content):
+        """Sends bytes to the service on a connection of their own."""
+        with self.connect() as connection:
+            connection.sendall(content)
+
+    def network_socket(self, *arguments):
+        """A socket in the sandbox's network. Sockets belong to the network in which they were
+        made, so only the thread that makes it moves there."""
+        result = []
+
+        def make():
+            libc = ctypes.CDLL(None, use_errno=True)
+            with open(f"/proc/{self._init}/ns/net", "rb") as network:
+                if libc.setns(network.fileno(), CLONE_NEWNET) != 0:
+                    raise OSError(ctypes.get_errno(), "setns")
+            result.append(socket.socket(*arguments))
+
+        thread = threading.Thread(target=make)
+        thread.start()
+        thread.join()
+        return result[0]
+
+
+def child_of(pid):
+    """The one child of a process, once it has one."""
+    children = pathlib.Path(f"/proc/{pid}/task/{pid}/children")
+    return int(wait_until(lambda: children.read_text().split(), f"a child of process {pid}")[0])

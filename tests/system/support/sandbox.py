@@ -22,14 +22,16 @@ RECORD_SIZE = 144
 
 
 class Sandbox:
-    def __init__(self):
+    def __init__(self, keep=()):
+        """`keep` names further files and folders to copy to /run/kept/ in the sandbox."""
         executable = pathlib.Path(os.environ["OV_EXECUTABLE"])
         faults = pathlib.Path(os.environ["OV_FAULTS_LIBRARY"])
         self.executable = f"/run/kept/{executable.name}"
         self.faults = f"/run/kept/{faults.name}"
         self._processes = []
         self._holder = subprocess.Popen(
-            [REPOSITORY / "scripts/sandbox", "--keep", executable, "--keep", faults,
+            [REPOSITORY / "scripts/sandbox",
+             *(argument for path in (executable, faults, *keep) for argument in ("--keep", path)),
              "sh", "-c", "echo ready; exec sleep infinity"],
             stdout=subprocess.PIPE)
         if self._holder.stdout.readline() != b"ready\n":

@@ -1,9 +1,10 @@
 /* A library for tests to preload: it makes chosen calls of the event logger fail, in turn, and
- * delays the start of its threads. It is steered by the environment:
+ * delays some, and the start of its threads. It is steered by the environment:
  *
  *   OV_FAULTS=accept4:2:24,bind:1:98   the 2nd call of accept4 fails with error 24, the first of
  *                                      bind with error 98; `pthread_*` return theirs
  *   OV_FAULTS=accept4:2+:24            every call of accept4 from the 2nd on fails
+ *   OV_DELAYS=write:1:500              the first call of write sleeps 500 ms before it is made
  *   OV_THREAD_START_DELAY_MS=500       every new thread sleeps that long before it runs
  */
 #define _GNU_SOURCE
@@ -21,10 +22,9 @@
 #include <time.h>
 #include <unistd.h>
 
-/* The error to fail this call of `name` with, or 0. `calls` counts the calls of one function. */
-static int Fault(const char *name, atomic_int *calls) {
-  const int call = atomic_fetch_add(calls, 1) + 1;
-  const char *entry = getenv("OV_FAULTS");
+/* The number that `list`, in the form of OV_FAULTS, gives for this call of `name`, or 0. */
+static long Lookup(const char *list, const char *name, int call) {
+  const char *entry = list;
   const size_t length = strlen(name);
   while (entry != NULL && *entry != '\0') {
     if (strncmp(entry, name, length) == 0 && entry[length] == ':') {
@@ -32,7 +32,7 @@ static int Fault(const char *name, atomic_int *calls) {
       const long number = strtol(entry + length + 1, &rest, 10);
       const bool andLater = *rest == '+';
       if (call == number || (andLater && call > number)) {
-        return (int)strtol(rest + (andLater ? 2 : 1), NULL, 10);
+        return strtol(rest + (andLater ? 2 : 1), NULL, 10);
       }
     }
     entry = strchr(entry, ',');
@@ -43,17 +43,32 @@ static int Fault(const char *name, atomic_int *calls) {
   return 0;
 }
 
+static void Sleep(long milliseconds) {
+  const struct timespec pause = {milliseconds / 1000, milliseconds % 1000 * 1000000};
+  nanosleep(&pause, NULL);
+}
+
+/* The error to fail this call of `name` with, or 0. `calls` counts the calls of one function. */
+static int Fault(const char *name, atomic_int *calls) {
+  const int call = atomic_fetch_add(calls, 1) + 1;
+  const long delay = Lookup(getenv("OV_DELAYS"), name, call);
+  if (delay > 0) {
+    Sleep(delay);
+  }
+  return (int)Lookup(getenv("OV_FAULTS"), name, call);
+}
+
 /* Defines a stand-in for a function that reports failure with -1 and errno. */
-#define STAND_IN(type, name, parameters, arguments)                          \
-  type name parameters {                                                     \
-    static atomic_int calls;                                                 \
-    const int error = Fault(#name, &calls);                                  \
-    if (error != 0) {                                                        \
-      errno = error;                                                         \
-      return -1;                                                             \
-    }                                                                        \
-    type(*real) parameters = (type(*) parameters)(dlsym(RTLD_NEXT, #name));  \
-    return real arguments;                                                   \
+#define STAND_IN(type, name, parameters, arguments)                         \
+  type name parameters {                                                    \
+    static atomic_int calls;                                                \
+    const int error = Fault(#name, &calls);                                 \
+    if (error != 0) {                                                       \
+      errno = error;                                                        \
+      return -1;                                                            \
+    }                                                                       \
+    type(*real) parameters = (type(*) parameters)(dlsym(RTLD_NEXT, #name)); \
+    return real arguments;                                                  \
   }
 
 /* Function pointers from dlsym are what POSIX asks for and ISO C does not know. */
@@ -99,9 +114,7 @@ struct DelayedThread {
 static void *RunDelayed(void *argument) {
   const struct DelayedThread thread = *(struct DelayedThread *)argument;
   free(argument);
-  const long delay = strtol(getenv("OV_THREAD_START_DELAY_MS"), NULL, 10);
-  const struct timespec pause = {delay / 1000, delay % 1000 * 1000000};
-  nanosleep(&pause, NULL);
+  Sleep(strtol(getenv("OV_THREAD_START_DELAY_MS"), NULL, 10));
   return thread.body(thread.argument);
 }
 
@@ -126,8 +139,7 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*
 
 int pthread_join(pthread_t thread, void **result) {
   static atomic_int calls;
-  int (*real)(pthread_t, void **) =
-      (int (*)(pthread_t, void **))dlsym(RTLD_NEXT, "pthread_join");
+  int (*real)(pthread_t, void **) = (int (*)(pthread_t, void **))dlsym(RTLD_NEXT, "pthread_join");
   const int error = Fault("pthread_join", &calls);
   return error != 0 ? error : real(thread, result);
 }

@@ -52,11 +52,20 @@ class Sandbox:
     def start(self, *command, env=None, **kwargs):
         """Starts a program in the sandbox, with nothing in its environment but PATH and `env`."""
         environment = {"PATH": os.environ["PATH"], **(env or {})}
+        # env(1) sets the environment: a library to preload exists in the sandbox only, and is
+        # meant for the program and not for nsenter.
         process = Process(
             ["nsenter", "--target", str(self._init), "--mount", "--net", "--uts", "--pid",
-             "--wd=/tmp", "--", *command], env=environment, **kwargs)
+             "--wd=/tmp", "--", "env", "-i",
+             *(f"{name}={value}" for name, value in environment.items()), *command], **kwargs)
         self._processes.append(process)
         return process
+
+    def faulty(self, **values):
+        """The environment of a program that runs with the fault library (see faults.c):
+        faulty(FAULTS="bind:1:98")."""
+        return {"LD_PRELOAD": self.faults,
+                **{f"OV_{name}": str(value) for name, value in values.items()}}
 
     def run(self, *command, **kwargs):
         """Runs a program of the sandbox to its end."""
@@ -113,6 +122,13 @@ class Sandbox:
         wait_until(lambda: connection.connect_ex(str(self.path(SERVICE_SOCKET))) == 0,
                    "a connection to the service")
         return connection
+
+    def bind_service_socket(self):
+        """A socket of the test's own in the place of the service's, for clients to connect to
+        once the test lets it listen."""
+        server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        server.bind(str(self.path(SERVICE_SOCKET)))
+        return server
 
     def send_bytes(self, content):
         """Sends bytes to the service on a connection of their own."""

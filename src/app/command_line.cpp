@@ -8,6 +8,7 @@
 
 #include "app/client_sender.h"
 #include "base/standard_streams.h"
+#include "base/utf8_codec.h"
 #include "service/event_catalogue.h"
 #include "service/run_cycle.h"
 
@@ -31,6 +32,7 @@ int FailWithInvalidParameters(const char *program) {
 [[noreturn]] void RunService() {
   // One heap for all threads: they rarely meet in it, and each further one would stay resident.
   mallopt(M_ARENA_MAX, 1);
+  UseUtf8ForNames();
   std::puts("Starting service...");
   g_eventCatalogue = loadEventDefinitions();
   while (true) {

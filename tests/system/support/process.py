@@ -1,6 +1,7 @@
 """A program in a sandbox: its output as it comes, its status, its end."""
 
 import os
+import pathlib
 import signal
 import subprocess
 import threading
@@ -76,6 +77,17 @@ class Process:
         """The same of standard error."""
         wait_until(lambda: self.error_lines.count(line) >= count,
                    lambda: f"{count} times {line!r} in {self.error_lines}", deadline)
+
+    def wait_for_pauses(self, count):
+        """Waits until the first thread has gone to sleep `count` times more. Of a service that
+        has nothing to do, three of them hold at least one whole look at clients and settings."""
+        status = pathlib.Path(f"/proc/{self.pid}/status")
+
+        def pauses():
+            return int(status.read_text().split("\nvoluntary_ctxt_switches:")[1].split()[0])
+
+        enough = pauses() + count
+        wait_until(lambda: pauses() >= enough, f"{count} pauses")
 
     def wait(self, deadline=60.0):
         """Waits for the end of the process and of its output; returns the status."""

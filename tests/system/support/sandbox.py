@@ -9,7 +9,7 @@ import subprocess
 import threading
 
 from .process import Process
-from .polling import wait_until
+from .polling import DEADLINE, wait_until
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 CLONE_NEWNET = 0x40000000
@@ -49,9 +49,12 @@ class Sandbox:
         """Where a path of the sandbox is found from outside."""
         return pathlib.Path(f"/proc/{self._init}/root{inside}")
 
-    def start(self, *command, env=None, **kwargs):
-        """Starts a program in the sandbox, with nothing in its environment but PATH and `env`."""
+    def start(self, *command, env=None, faults=None, **kwargs):
+        """Starts a program in the sandbox, with nothing in its environment but PATH and `env`.
+        `faults` names calls that are to fail, as tests/faults/faults.c describes."""
         environment = {"PATH": os.environ["PATH"], **(env or {})}
+        if faults is not None:  # set inside, where the library is to be found
+            command = ("env", f"LD_PRELOAD={self.faults}", f"OV_FAULTS={faults}", *command)
         # env(1) sets the environment: a library to preload exists in the sandbox only, and is
         # meant for the program and not for nsenter.
         process = Process(
@@ -127,6 +130,7 @@ class Sandbox:
         """A socket of the test's own in the place of the service's, for clients to connect to
         once the test lets it listen."""
         server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        server.settimeout(DEADLINE)
         server.bind(str(self.path(SERVICE_SOCKET)))
         return server
 
@@ -134,6 +138,33 @@ class Sandbox:
         """Sends bytes to the service on a connection of their own."""
         with self.connect() as connection:
             connection.sendall(content)
+
+    def hold_events(self):
+        """Takes the loopback interface, and with it the service's address, away: events wait."""
+        self.sh("ip link set lo down")
+
+    def release_events(self):
+        """Gives the address back: the next pass delivers what waits as one batch."""
+        self.sh("ip link set lo up")
+
+    def send_batch(self, service, *records):
+        """Hands the service records that one pass is to deliver, oldest first. Needs a service
+        that has found no address since it was started."""
+        before = service.lines.count("> Received event")
+        for record in records:
+            self.send_bytes(record)
+        service.wait_for_line("> Received event", count=before + len(records))
+        self.release_events()
+
+    def add_interface(self, name, address, carrier=True):
+        """Adds a network interface that is up; without carrier it is not running."""
+        self.sh(f"ip link add {name} type veth peer name {name}-peer; "
+                f"ip address add {address} dev {name}; ip link set {name} up")
+        if carrier:
+            self.sh(f"ip link set {name}-peer up")
+        state = " state UP " if carrier else "DOWN "  # the kernel takes a moment to settle it
+        wait_until(lambda: state in self.sh(f"ip link show {name}").stdout.split("\n")[0],
+                   f"interface {name} to be in{state}")
 
     def network_socket(self, *arguments):
         """A socket in the sandbox's network. Sockets belong to the network in which they were

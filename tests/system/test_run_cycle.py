@@ -1,0 +1,314 @@
+"""The service from its start to its end: what it prints, its socket, its threads, its failures."""
+
+import os
+import pathlib
+import pty
+import signal
+import subprocess
+import threading
+import time
+import tty
+
+import pytest
+
+from support.polling import wait_until
+from support.sandbox import DEFINITIONS, SERVICE_SOCKET
+
+ROW = "perf01,CPU,CPU usage is high,warn"
+SETTINGS = {"allowed": "perf01", "host": "127.0.0.1", "port": 5514, "formatString": "[ID] [VAL]"}
+
+LOADING = "Starting service...\nloading Event definitions...\n"
+CYCLE = "Starting event server...\nlistening...\nServer is listening on /tmp/ov-events\n"
+NO_HOST = "Invalid IP address or hostname: Name or service not known\n"
+BARE_START = LOADING + CYCLE + NO_HOST
+BOUND = "Starting event server...\nlistening...\n"
+
+
+def thread_count(process):
+    return len(os.listdir(f"/proc/{process.pid}/task"))
+
+
+def socket_inode(sandbox):
+    return sandbox.path(SERVICE_SOCKET).stat().st_ino
+
+
+def descriptor_flags(process):
+    """The flags of each descriptor above the standard ones."""
+    folder = pathlib.Path(f"/proc/{process.pid}/fdinfo")
+    return {fd.name: int(fd.read_text().split("flags:")[1].split()[0], 8)
+            for fd in folder.iterdir() if int(fd.name) > 2}
+
+
+def run_faulty_service(sandbox, faults, **kwargs):
+    """A service that has ended."""
+    return sandbox.run(sandbox.executable, "-s", env=sandbox.faulty(FAULTS=faults), **kwargs)
+
+
+def restart(sandbox, service, cycle, **settings):
+    sandbox.write_settings(**SETTINGS, cycle=cycle, **settings)
+    service.wait_for_line("Server is listening on /tmp/ov-events", cycle)
+
+
+# What a start prints
+
+def test_start_without_any_file_prints_exactly_its_steps(sandbox):
+    service = sandbox.start_service()
+    wait_until(lambda: service.stdout == BARE_START, lambda: service.stdout)
+    assert service.stderr == ""
+
+
+def test_start_with_both_files_prints_exactly_its_steps(sandbox):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(host="127.0.0.1")
+    service = sandbox.start_service()
+    expected = LOADING + f"loading {DEFINITIONS}\n" + CYCLE + "host: 127.0.0.1\n"
+    wait_until(lambda: service.stdout == expected, lambda: service.stdout)
+    assert service.stderr == ""
+
+
+def test_second_cycle_prints_its_steps_and_loads_no_definitions(sandbox):
+    sandbox.write_settings(host="127.0.0.1")
+    service = sandbox.start_listening_service()
+    sandbox.write_settings(host="127.0.0.2")
+    expected = LOADING + CYCLE + "host: 127.0.0.1\n" + CYCLE + "host: 127.0.0.2\n"
+    wait_until(lambda: service.stdout == expected, lambda: service.stdout)
+    assert service.stderr == ""
+
+
+def test_start_is_visible_at_once_when_standard_output_is_a_file(sandbox):
+    log = sandbox.path("/tmp/log")
+    with open(log, "wb") as file:
+        sandbox.start_service(stdout=file)
+    wait_until(lambda: log.read_text() == BARE_START, lambda: log.read_text())
+
+
+def test_start_is_visible_at_once_when_standard_output_is_a_terminal(sandbox):
+    terminal, end_of_service = pty.openpty()
+    tty.setraw(end_of_service)
+    sandbox.start_service(stdout=end_of_service)
+    os.close(end_of_service)
+    shown = bytearray()
+    reader = threading.Thread(target=lambda: [
+        shown.extend(os.read(terminal, 1)) for _ in BARE_START], daemon=True)
+    reader.start()
+    wait_until(lambda: shown.decode() == BARE_START, lambda: shown)
+
+
+def test_each_line_is_visible_before_the_next_step(sandbox):
+    os.mkfifo(sandbox.path(DEFINITIONS))  # the service waits in its open
+    service = sandbox.start_service()
+    expected = LOADING + f"loading {DEFINITIONS}\n"
+    wait_until(lambda: service.stdout == expected, lambda: service.stdout)
+    sandbox.write_definitions(ROW)
+    service.wait_for_line("Server is listening on /tmp/ov-events")
+
+
+def test_listening_is_printed_before_the_socket_file_exists(sandbox):
+    service = sandbox.start_service(env=sandbox.faulty(DELAYS="bind:1:2000"))
+    service.wait_for_line("listening...")
+    assert not sandbox.path(SERVICE_SOCKET).exists()
+    service.wait_for_line("Server is listening on /tmp/ov-events")
+    assert sandbox.path(SERVICE_SOCKET).is_socket()
+
+
+# What ends a start
+
+SETUP_FAILURES = {
+    "socket": ("socket:1:24", "Starting event server...\n", "socket: Too many open files\n"),
+    "get-flags": ("fcntl:1:22", "Starting event server...\n", "fcntl F_GETFL: Invalid argument\n"),
+    "set-flags": ("fcntl:2:22", "Starting event server...\n", "fcntl F_SETFL: Invalid argument\n"),
+    "bind": ("bind:1:13", BOUND, "bind: Permission denied\n"),
+    "listen": ("listen:1:95", BOUND, "listen: Operation not supported\n"),
+    "thread": ("pthread_create:1:11", CYCLE + NO_HOST,
+               "Error creating event processing thread: 11\n"),
+}
+each_setup_failure = pytest.mark.parametrize(
+    "faults, progress, error", SETUP_FAILURES.values(), ids=SETUP_FAILURES.keys())
+
+
+@each_setup_failure
+def test_failed_setup_ends_the_service_with_status_1(sandbox, faults, progress, error):
+    service = run_faulty_service(sandbox, faults)
+    assert (service.stdout, service.stderr) == (LOADING + progress, error)
+    assert service.status == 1
+
+
+@each_setup_failure
+def test_failed_setup_is_reported_after_the_steps_before_it(sandbox, faults, progress, error):
+    service = run_faulty_service(sandbox, faults, stderr=subprocess.STDOUT)
+    assert service.stdout == LOADING + progress + error
+
+
+@pytest.mark.parametrize("faults, left", [
+    ("bind:1:13", False), ("listen:1:95", True), ("pthread_create:1:11", True)])
+def test_failed_setup_leaves_a_socket_file_once_there_is_one(sandbox, faults, left):
+    run_faulty_service(sandbox, faults)
+    assert sandbox.path(SERVICE_SOCKET).exists() == left
+
+
+@pytest.mark.parametrize("leave", ["touch", "mkdir", "ln -s /nowhere"])
+def test_leftover_socket_file_ends_the_service_with_status_1(sandbox, leave):
+    sandbox.sh(f"{leave} /tmp/ov-events")
+    service = sandbox.run(sandbox.executable, "-s")
+    assert service.stdout == LOADING + BOUND
+    assert (service.stderr, service.status) == ("bind: Address already in use\n", 1)
+
+
+def test_second_service_ends_and_leaves_the_first_at_work(sandbox):
+    first = sandbox.start_listening_service()
+    second = sandbox.run(sandbox.executable, "-s")
+    assert (second.stderr, second.status) == ("bind: Address already in use\n", 1)
+    client = sandbox.send("perf01")
+    first.wait_for_line(client.lines[0])
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGKILL])
+def test_signal_ends_the_service_and_leaves_the_socket_file_behind(sandbox, number):
+    service = sandbox.start_listening_service()
+    service.signal(number)
+    assert service.wait() == 128 + number
+    assert sandbox.path(SERVICE_SOCKET).is_socket()
+    after = sandbox.run(sandbox.executable, "-s")
+    assert (after.stderr, after.status) == ("bind: Address already in use\n", 1)
+
+
+def test_setup_that_fails_in_a_later_cycle_ends_the_service_with_status_1(sandbox):
+    sandbox.write_settings(host="127.0.0.1")
+    service = sandbox.start_listening_service(env=sandbox.faulty(FAULTS="bind:2:13"))
+    sandbox.write_settings(host="127.0.0.2")
+    assert service.wait() == 1
+    assert service.stdout == LOADING + CYCLE + "host: 127.0.0.1\n" + BOUND
+    assert service.stderr == "bind: Permission denied\n"
+
+
+# Between cycles
+
+def test_socket_file_is_removed_and_created_again_between_cycles(sandbox):
+    sandbox.write_settings(**SETTINGS)
+    service = sandbox.start_listening_service(env=sandbox.faulty(DELAYS="bind:2:2000"))
+    first = socket_inode(sandbox)
+    sandbox.write_settings(**SETTINGS, cycle=2)
+    service.wait_for_line("listening...", 2)
+    assert not sandbox.path(SERVICE_SOCKET).exists()
+    service.wait_for_line("Server is listening on /tmp/ov-events", 2)
+    assert socket_inode(sandbox) != first
+
+
+def test_client_that_meets_the_gap_between_cycles_tries_again(sandbox):
+    sandbox.write_settings(**SETTINGS)
+    service = sandbox.start_listening_service(env=sandbox.faulty(DELAYS="bind:2:2000"))
+    sandbox.write_settings(**SETTINGS, cycle=2)
+    service.wait_for_line("listening...", 2)
+    client = sandbox.start_client("perf01", "95")
+    assert (client.wait(), client.stderr) == (0, "")
+    service.wait_for_line(client.lines[0])
+
+
+def test_cycles_leave_no_thread_and_no_descriptor_behind(sandbox):
+    sandbox.write_settings(**SETTINGS, cycle=1)
+    service = sandbox.start_listening_service()
+    wait_until(lambda: thread_count(service) == 2, "the processing thread")
+    descriptors = sorted(descriptor_flags(service))
+    for cycle in 2, 3, 4:
+        restart(sandbox, service, cycle)
+    wait_until(lambda: thread_count(service) == 2, lambda: thread_count(service))
+    assert sorted(descriptor_flags(service)) == descriptors
+
+
+def test_failed_join_is_reported_and_the_next_cycle_starts(sandbox, udp_collector):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**SETTINGS, cycle=1)
+    service = sandbox.start_listening_service(env=sandbox.faulty(FAULTS="pthread_join:1:3"))
+    restart(sandbox, service, 2)
+    assert service.stderr == "pthread_join: No such process\n"
+    sandbox.send("perf01", "95")
+    assert udp_collector.wait_for(1) == [b"perf01 95"]
+
+
+# A failed accept
+
+@pytest.mark.parametrize("number, message", [
+    (24, "Too many open files"), (4, "Interrupted system call"),
+    (103, "Software caused connection abort")])
+def test_failed_accept_starts_the_next_cycle(sandbox, number, message):
+    service = sandbox.start_service(env=sandbox.faulty(FAULTS=f"accept4:1:{number}"))
+    expected = BARE_START + CYCLE + NO_HOST
+    wait_until(lambda: service.stdout == expected, lambda: service.stdout)
+    assert service.stderr == f"accept: {message}\n"
+
+
+def test_failed_accept_removes_the_socket_file_and_creates_it_again(sandbox):
+    service = sandbox.start_listening_service(
+        env=sandbox.faulty(FAULTS="accept4:2:24", DELAYS="bind:2:2000"))
+    first = socket_inode(sandbox)
+    service.wait_for_line("listening...", 2)
+    assert not sandbox.path(SERVICE_SOCKET).exists()
+    service.wait_for_line("Server is listening on /tmp/ov-events", 2)
+    assert socket_inode(sandbox) != first
+
+
+def test_failed_accept_leaves_its_processing_thread_running_beside_the_next(sandbox):
+    service = sandbox.start_service(env=sandbox.faulty(FAULTS="accept4:1:24,accept4:2:24"))
+    service.wait_for_line("Server is listening on /tmp/ov-events", 3)
+    wait_until(lambda: thread_count(service) == 4, lambda: thread_count(service))
+
+
+def test_service_with_two_processing_threads_sends_each_event_once(sandbox, udp_collector):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**SETTINGS)
+    service = sandbox.start_service(env=sandbox.faulty(FAULTS="accept4:2:24"))
+    service.wait_for_line("Server is listening on /tmp/ov-events", 2)
+    for number in range(20):
+        sandbox.send("perf01", str(number))
+    arrived = udp_collector.wait_for(20)
+    assert sorted(arrived) == sorted(f"perf01 {number}".encode() for number in range(20))
+
+
+def test_setup_that_fails_beside_a_running_thread_ends_the_service_with_status_1(sandbox):
+    service = run_faulty_service(sandbox, "accept4:1:24,bind:2:13")
+    assert service.stdout == BARE_START + BOUND
+    assert service.stderr == "accept: Too many open files\nbind: Permission denied\n"
+    assert service.status == 1
+
+
+# What the service holds
+
+def test_every_descriptor_is_closed_in_a_program_that_the_service_would_run(sandbox):
+    sandbox.write_settings(**SETTINGS)
+    service = sandbox.start_listening_service()
+    with sandbox.connect():  # says nothing, so that its connection stays for a while
+        flags = wait_until(lambda: len(descriptor_flags(service)) == 3 and
+                           descriptor_flags(service), lambda: descriptor_flags(service))
+    assert [fd for fd, flag in flags.items() if not flag & os.O_CLOEXEC] == []
+
+
+def test_connection_to_a_tcp_collector_is_closed_in_a_program_that_the_service_would_run(sandbox):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**SETTINGS, protocol="syslog-tcp")
+    service = sandbox.start_listening_service()
+    sandbox.send("perf01", "95")
+    service.wait_for_error_line("connect: Connection refused")  # its socket stays open
+    flags = descriptor_flags(service)
+    assert len(flags) == 2
+    assert [fd for fd, flag in flags.items() if not flag & os.O_CLOEXEC] == []
+
+
+def test_eleven_clients_that_wait_are_all_served(sandbox):
+    service = sandbox.start_listening_service()
+    with sandbox.connect():  # holds the service while the others queue up
+        waiting = [sandbox.connect() for _ in range(11)]
+        for number, connection in enumerate(waiting):
+            connection.sendall(b"id%d" % number)
+            connection.close()
+    service.wait_for_line("> Received event", 11)
+    received = [line for line in service.lines if line.startswith("Event [")]
+    assert received == [f"Event [id{number}] () at 0" for number in range(11)]
+
+
+def test_clients_that_wait_are_served_without_a_pause_between_them(sandbox):
+    service = sandbox.start_listening_service()
+    started = time.monotonic()
+    for number in range(50):
+        sandbox.send_bytes(b"id%d" % number)
+    service.wait_for_line("> Received event", 50)
+    assert time.monotonic() - started < 10  # fifty pauses would take fifty seconds

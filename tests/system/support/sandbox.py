@@ -58,7 +58,7 @@ class Sandbox:
         # env(1) sets the environment: a library to preload exists in the sandbox only, and is
         # meant for the program and not for nsenter.
         process = Process(
-            ["nsenter", "--target", str(self._init), "--mount", "--net", "--uts", "--pid",
+            ["nsenter", "--target", str(self._init), "--mount", "--net", "--uts", "--pid", "--root",
              "--wd=/tmp", "--", "env", "-i",
              *(f"{name}={value}" for name, value in environment.items()), *command], **kwargs)
         self._processes.append(process)

@@ -1,0 +1,223 @@
+"""The passes of the service over its queue: when events leave it, together with which others."""
+
+import os
+import time
+
+from support.collectors import TcpCollector
+from support.polling import assert_stays, wait_until
+from support.records import make_record
+
+ROW = "perf01,CPU,CPU usage is high,warn"
+UDP = {"allowed": "perf01", "host": "127.0.0.1", "port": 5514, "formatString": "[ID] [VAL]"}
+TCP = {**UDP, "protocol": "syslog-tcp"}
+UNKNOWN = "> Client address is unknown"
+REFUSED = "connect: Connection refused"
+CYCLE = "Starting event server..."
+
+
+def event(values):
+    return make_record("perf01", values, 100)
+
+
+def start(sandbox, settings, held=False):
+    """A service with these settings; one that is `held` finds no address."""
+    if held:
+        sandbox.hold_events()
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**settings)
+    return sandbox.start_listening_service()
+
+
+def open_sockets(process):
+    folder = f"/proc/{process.pid}/fd"
+    return sum(os.readlink(f"{folder}/{fd}").startswith("socket:") for fd in os.listdir(folder))
+
+
+def test_events_of_one_pause_are_printed_together_in_order(sandbox, udp_collector):
+    service = start(sandbox, UDP)
+    sandbox.send_bytes(event("0"))
+    udp_collector.wait_for(1)  # the pause begins
+    before = len(service.lines)
+    for values in "123":
+        sandbox.send_bytes(event(values))
+    udp_collector.wait_for(4)
+    assert service.lines[before:] == [
+        "> Received event", "Event [perf01] (1) at 100",
+        "> Received event", "Event [perf01] (2) at 100",
+        "> Received event", "Event [perf01] (3) at 100",
+        "> Process events", ">>> perf01 1", ">>> perf01 2", ">>> perf01 3"]
+
+
+def test_events_of_one_pause_are_sent_in_order(sandbox, udp_collector):
+    service = start(sandbox, UDP, held=True)
+    sandbox.send_batch(service, event("1"), event("2"), event("3"))
+    assert udp_collector.wait_for(3) == [b"perf01 1", b"perf01 2", b"perf01 3"]
+
+
+def test_event_leaves_within_about_four_seconds(sandbox, udp_collector):
+    start(sandbox, UDP)
+    for values in "12":
+        sandbox.send_bytes(event(values))
+        udp_collector.wait_for(int(values), deadline=7)
+    assert udp_collector.messages == [b"perf01 1", b"perf01 2"]
+
+
+def test_passes_over_an_empty_queue_print_and_send_nothing(sandbox, udp_collector):
+    service = start(sandbox, UDP)
+    sandbox.send_bytes(event("1"))
+    udp_collector.wait_for(1)
+    before = service.stdout
+    assert_stays(lambda: service.stdout == before, lambda: service.stdout, seconds=7)
+    assert (service.stderr, udp_collector.messages) == ("", [b"perf01 1"])
+
+
+def test_missing_address_is_reported_about_every_three_seconds(sandbox):
+    service = start(sandbox, UDP, held=True)
+    service.wait_for_line(UNKNOWN)
+    began = time.monotonic()
+    service.wait_for_line(UNKNOWN, count=3)
+    assert 5.5 <= time.monotonic() - began < 10
+
+
+def test_missing_address_holds_events_back(sandbox, udp_collector):
+    service = start(sandbox, UDP, held=True)
+    sandbox.send_bytes(event("1"))
+    service.wait_for_line("Event [perf01] (1) at 100")
+    passes = service.lines.count(UNKNOWN)
+    service.wait_for_line(UNKNOWN, count=passes + 2)
+    assert "> Process events" not in service.lines
+    assert udp_collector.messages == []
+
+
+def test_events_held_back_leave_in_order_as_one_batch(sandbox, tcp_collector):
+    service = start(sandbox, TCP, held=True)
+    sandbox.send_bytes(event("1"))
+    service.wait_for_line(UNKNOWN, count=2)
+    sandbox.send_batch(service, event("2"), event("3"))
+    tcp_collector.wait_for(3)
+    assert tcp_collector.connections == [b"perf01 1\nperf01 2\nperf01 3\n"]
+    assert service.lines[-4:] == ["> Process events", ">>> perf01 1", ">>> perf01 2",
+                                  ">>> perf01 3"]
+
+
+def test_two_thousand_held_events_all_arrive_in_order(sandbox, tcp_collector):
+    service = start(sandbox, TCP, held=True)
+    sandbox.send_batch(service, *(event(str(number)) for number in range(2000)))
+    lines = tcp_collector.wait_for(2000)
+    assert lines == [f"perf01 {number}".encode() for number in range(2000)]
+    assert len(tcp_collector.connections) == 1
+
+
+def test_address_that_goes_away_holds_later_events_back(sandbox, udp_collector):
+    service = start(sandbox, UDP)
+    sandbox.send_bytes(event("1"))
+    udp_collector.wait_for(1)
+    sandbox.hold_events()
+    service.wait_for_line(UNKNOWN)
+    sandbox.send_batch(service, event("2"), event("3"))
+    assert udp_collector.wait_for(3) == [b"perf01 1", b"perf01 2", b"perf01 3"]
+
+
+def test_events_left_at_a_reload_leave_with_the_new_settings(sandbox, udp_collector):
+    new_collector = TcpCollector(sandbox, port=5515)
+    service = start(sandbox, UDP, held=True)
+    sandbox.send_bytes(event("1"))
+    sandbox.send_bytes(event("2"))
+    service.wait_for_line("Event [perf01] (2) at 100")
+    sandbox.write_settings(**{**TCP, "port": 5515, "formatString": "new [PRI] [VAL]"}, facility=1)
+    service.wait_for_line(CYCLE, count=2)
+    sandbox.release_events()
+    new_collector.wait_for(2)
+    assert new_collector.connections == [b"new 12 1\nnew 12 2\n"]
+    assert udp_collector.messages == []
+
+
+def test_event_not_allowed_any_more_is_still_sent_once_queued(sandbox, udp_collector):
+    service = start(sandbox, UDP, held=True)
+    sandbox.send_bytes(event("1"))
+    service.wait_for_line("Event [perf01] (1) at 100")
+    sandbox.write_settings(**{**UDP, "allowed": "sys05"})
+    service.wait_for_line(CYCLE, count=2)
+    sandbox.release_events()
+    assert udp_collector.wait_for(1) == [b"perf01 1"]
+
+
+def test_reload_waits_for_the_end_of_the_pause_only(sandbox):
+    service = start(sandbox, UDP)
+    wait_until(lambda: service.lines[-1].count(": "), lambda: service.lines)
+    sandbox.write_settings(**{**UDP, "facility": 1})
+    service.wait_for_line(CYCLE, count=2, deadline=8)
+    assert service.is_running()
+
+
+def test_each_batch_has_a_tcp_connection_that_ends_with_it(sandbox, tcp_collector):
+    service = start(sandbox, TCP, held=True)
+    sandbox.send_batch(service, event("1"), event("2"), event("3"))
+    tcp_collector.wait_for(3)
+    sandbox.send_bytes(event("4"))
+    tcp_collector.wait_for(4)
+    assert tcp_collector.connections == [b"perf01 1\nperf01 2\nperf01 3\n", b"perf01 4\n"]
+
+
+def test_no_tcp_connection_is_made_without_events(sandbox, tcp_collector):
+    service = start(sandbox, TCP)
+    sandbox.send_bytes(event("1"))
+    tcp_collector.wait_for(1)
+    assert_stays(lambda: open_sockets(service) == 1 and len(tcp_collector.connections) == 1,
+                 lambda: f"{open_sockets(service)} sockets, {tcp_collector.connections}", seconds=4)
+
+
+def test_refused_tcp_connection_is_tried_again_after_ten_seconds(sandbox):
+    service = start(sandbox, TCP)
+    sandbox.send_bytes(event("1"))
+    service.wait_for_error_line(REFUSED)
+    began = time.monotonic()
+    service.wait_for_error_line(REFUSED, count=2)
+    assert 9.5 <= time.monotonic() - began < 15
+    assert service.stderr == f"{REFUSED}\n{REFUSED}\n"
+
+
+def test_batch_of_a_refused_connection_arrives_whole_later(sandbox):
+    service = start(sandbox, TCP, held=True)
+    sandbox.send_batch(service, event("1"), event("2"))
+    service.wait_for_error_line(REFUSED)
+    collector = TcpCollector(sandbox)
+    collector.wait_for(2)
+    assert collector.connections == [b"perf01 1\nperf01 2\n"]
+    assert (service.stdout.count(">>> "), service.stderr) == (2, f"{REFUSED}\n")
+
+
+def test_events_raised_while_a_connection_is_refused_form_the_next_batch(sandbox):
+    service = start(sandbox, TCP)
+    sandbox.send_bytes(event("1"))
+    service.wait_for_error_line(REFUSED)
+    sandbox.send_bytes(event("2"))
+    sandbox.send_bytes(event("3"))
+    service.wait_for_line("Event [perf01] (3) at 100")
+    collector = TcpCollector(sandbox)
+    collector.wait_for(3)
+    assert collector.connections == [b"perf01 1\n", b"perf01 2\nperf01 3\n"]
+
+
+def test_reload_waits_while_a_connection_is_refused(sandbox):
+    service = start(sandbox, TCP)
+    sandbox.send_bytes(event("1"))
+    service.wait_for_error_line(REFUSED)
+    sandbox.write_settings(**{**TCP, "formatString": "new [VAL]"})
+    service.wait_for_error_line(REFUSED, count=2)
+    assert service.lines.count(CYCLE) == 1
+    collector = TcpCollector(sandbox)
+    assert collector.wait_for(1) == [b"perf01 1"]
+    service.wait_for_line(CYCLE, count=2)
+
+
+def test_each_refused_connection_leaves_one_descriptor_open(sandbox):
+    service = start(sandbox, TCP)
+    sandbox.send_bytes(event("1"))
+    service.wait_for_error_line(REFUSED)
+    after_first = open_sockets(service)
+    service.wait_for_error_line(REFUSED, count=2)
+    assert (after_first, open_sockets(service)) == (2, 3)
+    collector = TcpCollector(sandbox)
+    collector.wait_for(1)
+    wait_until(lambda: open_sockets(service) == 3, lambda: f"{open_sockets(service)} sockets")

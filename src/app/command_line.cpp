@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "app/client_sender.h"
+#include "base/names_codec.h"
 #include "base/standard_streams.h"
-#include "base/utf8_codec.h"
 #include "service/event_catalogue.h"
 #include "service/run_cycle.h"
 

@@ -1,4 +1,4 @@
-#include "base/utf8_codec.h"
+#include "base/names_codec.h"
 
 #include <QByteArray>
 #include <QString>
@@ -7,10 +7,12 @@
 namespace ov {
 namespace {
 
-class Utf8Codec : public QTextCodec {
+// Goes by a name and a number of no known encoding: whoever asks Qt for UTF-8 is to get the codec
+// that can also convert piece by piece.
+class NamesCodec : public QTextCodec {
  public:
-  QByteArray name() const override { return QByteArrayLiteral("UTF-8"); }
-  int mibEnum() const override { return kMibUtf8; }
+  QByteArray name() const override { return QByteArrayLiteral("names"); }
+  int mibEnum() const override { return 0; }
 
  protected:
   QString convertToUnicode(const char *text, int size, ConverterState * /*state*/) const override {
@@ -21,16 +23,13 @@ class Utf8Codec : public QTextCodec {
                                 ConverterState * /*state*/) const override {
     return QString::fromRawData(text, size).toUtf8();
   }
-
- private:
-  static constexpr int kMibUtf8 = 106;  // the number IANA assigned to UTF-8
 };
 
 }  // namespace
 
 void UseUtf8ForNames() {
   // Owned by Qt, which deletes every codec when the process ends.
-  QTextCodec::setCodecForLocale(new Utf8Codec);
+  QTextCodec::setCodecForLocale(new NamesCodec);
 }
 
 }  // namespace ov

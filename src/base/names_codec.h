@@ -5,8 +5,8 @@ namespace ov {
 
 /// Makes UTF-8 what Qt takes the locale's encoding to be. Left to itself, Qt asks the ICU library
 /// for a codec, whose tables stay resident (over a megabyte). Call once, on the main thread, before
-/// anything else of Qt that deals with files. For whole texts only: a reader that converts a file
-/// piece by piece (QTextStream) needs a codec of its own, or loses the characters at the seams.
+/// anything else of Qt that deals with files. For whole texts only: what converts a file piece by
+/// piece (QTextStream) must be told a codec, or loses the characters at the seams.
 void UseUtf8ForNames();
 
 }  // namespace ov

@@ -1,9 +1,9 @@
 #include "service/event_catalogue.h"
 
+#include <QByteArray>
 #include <QDebug>
 #include <QFile>
 #include <QStringRef>
-#include <QTextStream>
 #include <QVector>
 #include <cstdio>
 
@@ -11,6 +11,16 @@ namespace ov {
 namespace {
 
 constexpr int kColumns = 4;
+
+// Without its line feed and without the carriage returns that text mode leaves. What ends in the
+// middle of a character, or begins with a byte order mark, is one line's affair.
+QString ReadLine(QFile &file) {
+  QByteArray bytes = file.readLine();
+  if (bytes.endsWith('\n')) {
+    bytes.chop(1);
+  }
+  return QString::fromUtf8(bytes.constData(), bytes.size()).remove(QLatin1Char('\r'));
+}
 
 void AddRow(EventCatalogue &catalogue, const QString &line) {
   if (line.startsWith(QLatin1Char('#'))) {
@@ -47,12 +57,8 @@ EventCatalogue loadEventDefinitions() {
     qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
     return catalogue;
   }
-  QTextStream stream(&file);
-  stream.setCodec("UTF-8");
-  stream.setAutoDetectUnicode(false);
-  QString line;
-  while (stream.readLineInto(&line)) {
-    AddRow(catalogue, line);
+  while (!file.atEnd()) {
+    AddRow(catalogue, ReadLine(file));
   }
   return catalogue;
 }

@@ -29,14 +29,22 @@ def reset(connection):
     connection.close()
 
 
+def bind_udp(sandbox, address=ADDRESS, port=PORT):
+    """A socket whose datagrams the test takes itself, each wait with a deadline."""
+    receiver = sandbox.network_socket(socket.AF_INET, socket.SOCK_DGRAM)
+    receiver.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
+    receiver.bind((address, port))
+    receiver.settimeout(DEADLINE)
+    return receiver
+
+
 class UdpCollector:
     """Keeps each datagram."""
 
     def __init__(self, sandbox, address=ADDRESS, port=PORT):
         self.messages = []
-        self._socket = sandbox.network_socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
-        self._socket.bind((address, port))
+        self._socket = bind_udp(sandbox, address, port)
+        self._socket.settimeout(None)
         threading.Thread(target=self._receive, daemon=True).start()
 
     def _receive(self):

@@ -52,12 +52,12 @@ class Process:
     @property
     def lines(self):
         """The complete lines of standard output so far."""
-        return self.stdout.split("\n")[:-1]
+        return [line.decode() for line in self.stdout_bytes.split(b"\n")[:-1]]
 
     @property
     def error_lines(self):
         """The complete lines of standard error so far."""
-        return self.stderr.split("\n")[:-1]
+        return [line.decode() for line in self.stderr_bytes.split(b"\n")[:-1]]
 
     @property
     def pid(self):

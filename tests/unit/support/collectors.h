@@ -1,0 +1,58 @@
+// Collectors on the loopback address, each on a port of its own. They wait a few seconds for what
+// a test expects and then give up, so that a test that fails also ends.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "base/unique_fd.h"
+
+namespace ov {
+
+/// Takes datagrams.
+class UdpCollector {
+ public:
+  UdpCollector();
+
+  [[nodiscard]] std::int32_t Port() const { return port_; }
+
+  /// The next datagram's bytes; nothing when none comes.
+  [[nodiscard]] std::optional<std::string> Receive() const;
+
+ private:
+  std::int32_t port_ = 0;
+  UniqueFd socket_;
+};
+
+/// Takes connections.
+class TcpCollector {
+ public:
+  TcpCollector();
+
+  [[nodiscard]] std::int32_t Port() const { return port_; }
+
+  /// The next connection; not open when none comes.
+  [[nodiscard]] UniqueFd Accept() const;
+
+  /// Whether a connection waits to be accepted now.
+  [[nodiscard]] bool HasConnection() const;
+
+ private:
+  std::int32_t port_ = 0;
+  UniqueFd socket_;
+};
+
+/// What arrives on the connection until the other side closes it.
+std::string ReadToEnd(const UniqueFd &connection);
+
+/// Ends the connection with a reset, which the other side's next write meets.
+void ResetConnection(UniqueFd &connection);
+
+/// Waits until the other side's close or reset has arrived.
+bool WaitForHangUp(int socket);
+
+/// A port that nothing listens on.
+std::int32_t ClosedPort();
+
+}  // namespace ov

@@ -1,0 +1,30 @@
+#include "support/descriptors.h"
+
+#include <fcntl.h>
+
+#include <filesystem>
+#include <iterator>
+
+namespace ov {
+
+std::size_t CountOpenDescriptors() {
+  const std::filesystem::directory_iterator entries("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
+
+bool IsCloseOnExec(int fd) {
+  const int flags = fcntl(fd, F_GETFD);
+  return flags != -1 && (flags & FD_CLOEXEC) != 0;
+}
+
+NoMoreDescriptors::NoMoreDescriptors() {
+  getrlimit(RLIMIT_NOFILE, &before_);
+  const rlimit none{0, before_.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+}
+
+NoMoreDescriptors::~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+}  // namespace ov

@@ -1,0 +1,39 @@
+#include "support/files.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <fstream>
+#include <random>
+
+namespace ov {
+
+void WriteFile(const std::string &path, std::string_view contents) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+  file.close();
+  ASSERT_TRUE(file) << "cannot write " << path;
+}
+
+void SetModificationTime(const std::string &path, std::int64_t seconds, long nanoseconds) {
+  const timespec time{seconds, nanoseconds};
+  const std::array<timespec, 2> accessAndModification{time, time};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), accessAndModification.data(), 0), 0) << path;
+}
+
+std::string BinaryNoise() {
+  constexpr std::size_t kSize = 16 * 1024;
+  std::mt19937 random(1);  // the same bytes in every run
+  std::string noise;
+  while (noise.size() < kSize) {
+    const char byte = static_cast<char>(random() & 0xFFU);
+    if (byte != '\n') {
+      noise.push_back(byte);
+    }
+  }
+  return noise;
+}
+
+}  // namespace ov

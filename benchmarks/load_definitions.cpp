@@ -1,5 +1,5 @@
-// Loads the definitions file as the service does, once, and prints the nanoseconds on standard
-// error.
+// Loads the definitions file as the service does, once, and prints the nanoseconds of
+// processor time on standard error.
 #include <cstdlib>
 
 #include "base/names_codec.h"

@@ -1,5 +1,5 @@
 // Reads the definitions file line by line, with the reader that the catalogue uses, does nothing
-// with the lines, and prints the nanoseconds on standard error.
+// with the lines, and prints the nanoseconds of processor time on standard error.
 #include <QByteArray>
 #include <QFile>
 #include <QString>
@@ -16,8 +16,10 @@ int main() {
       return;
     }
     while (!file.atEnd()) {
-      const QByteArray bytes = file.readLine();
-      const QString line = QString::fromUtf8(bytes.constData(), bytes.size());
+      QByteArray bytes = file.readLine();
+      bytes.chop(1);
+      const QString line =
+          QString::fromUtf8(bytes.constData(), bytes.size()).remove(QLatin1Char('\r'));
     }
   });
 }

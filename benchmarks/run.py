@@ -9,7 +9,6 @@ import contextlib
 import os
 import pathlib
 import re
-import statistics
 import subprocess
 import sys
 import time
@@ -290,7 +289,7 @@ def read_mapped_files(pid):
 
 
 def start():
-    """How long the programs take, by the clock."""
+    """How long the programs take, by the clock; loading definitions, by processor time."""
     write_example_definitions()
     write_settings()
     yield from client_start()
@@ -306,8 +305,8 @@ def client_start():
             for _ in range(CLIENTS_A_PAUSE):
                 figures.append(number_from("time_run", "", SERVICE, "-e", EVENT_ID, SHORT_VALUES))
                 floors.append(number_from("time_run", "", PROGRAMS / "empty_program"))
-    yield Row("client run, median", statistics.median(figures) / 1e6,
-              statistics.median(floors) / 1e6, 1.1, "ms")
+    yield Row("client run", min(figures) / 1e6,
+              min(floors) / 1e6, 1.1, "ms")
 
 
 def service_start():
@@ -316,8 +315,8 @@ def service_start():
         SERVICE_SOCKET.unlink(missing_ok=True)
         figures.append(number_from("time_run", "Server is listening", SERVICE, "-s"))
         floors.append(number_from("time_run", "", PROGRAMS / "empty_program"))
-    yield Row("service start to listening, median", statistics.median(figures) / 1e6,
-              statistics.median(floors) / 1e6, 2, "ms")
+    yield Row("service start to listening", min(figures) / 1e6,
+              min(floors) / 1e6, 2, "ms")
 
 
 def definitions():
@@ -326,8 +325,8 @@ def definitions():
     for _ in range(STARTS):
         figures.append(number_from("load_definitions", stream="stderr"))
         floors.append(number_from("read_definitions", stream="stderr"))
-    yield Row(f"loading {DEFINITION_ROWS:,} definitions, median",
-              statistics.median(figures) / 1e6, statistics.median(floors) / 1e6, 3, "ms")
+    yield Row(f"loading {DEFINITION_ROWS:,} definitions, processor time",
+              min(figures) / 1e6, min(floors) / 1e6, 3, "ms")
 
 
 # ---- the table

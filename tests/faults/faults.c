@@ -89,6 +89,7 @@ STAND_IN(ssize_t, sendto,
          (int fd, const void *bytes, size_t size, int flags, const struct sockaddr *address,
           socklen_t addressSize),
          (fd, bytes, size, flags, address, addressSize))
+STAND_IN(int, close, (int fd), (fd))
 STAND_IN(int, usleep, (useconds_t microseconds), (microseconds))
 STAND_IN(int, getifaddrs, (struct ifaddrs * *list), (list))
 

@@ -7,7 +7,6 @@ from support.sandbox import DEFINITIONS, FALLBACK_DEFINITIONS
 
 SETTINGS = {"host": "127.0.0.1", "port": 5514, "facility": 0,
             "formatString": "[PRI]|[ID]|[DESC]|[SEV]"}
-LISTENING = "Server is listening on /tmp/ov-events"
 START = """Starting service...
 loading Event definitions...
 %sStarting event server...
@@ -96,7 +95,7 @@ def test_changed_definitions_take_effect_at_the_next_start_only(sandbox):
     service = start_service(sandbox, "perf01,CPU,CPU usage is high,warn")
     sandbox.write_definitions("sys05,USB,USB device added,info")
     sandbox.write_settings(**SETTINGS, allowed="sys05")
-    service.wait_for_line(LISTENING, 2)
+    service.wait_for_cycle(2)
     assert defined_events(sandbox, service, "perf01", "sys05") == ["perf01"]
     service.kill()
     sandbox.sh("rm /tmp/ov-events")

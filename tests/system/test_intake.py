@@ -12,8 +12,6 @@ from support.sandbox import RECORD_SIZE
 ROWS = ["perf01,CPU,CPU usage is high,warn", "sys05,USB,USB device added,info"]
 SETTINGS = {"allowed": "perf01", "host": "127.0.0.1", "port": 5514, "formatString": "[ID] [VAL]"}
 RECEIVED = "> Received event"
-# Between its looks for clients the service sleeps a thousandth of its pause.
-EAGER = {"FAULTS": "usleep:1+:4", "DELAYS": "usleep:1+:1"}
 
 
 def record(id_, values=b"", moment=0):
@@ -49,7 +47,7 @@ def start_bare_service(sandbox, **kwargs):
 
 def assert_taken_as_they_are(sandbox, messages):
     """Sends each message on a connection of its own."""
-    service, start = start_bare_service(sandbox, env=sandbox.faulty(**EAGER))
+    service, start = start_bare_service(sandbox, env=sandbox.eager())
     for message in messages:
         sandbox.send_bytes(message)
     expected = start + b"".join(described(message) for message in messages)

@@ -46,7 +46,7 @@ def run_faulty_service(sandbox, faults, **kwargs):
 
 def restart(sandbox, service, cycle, **settings):
     sandbox.write_settings(**SETTINGS, cycle=cycle, **settings)
-    service.wait_for_line("Server is listening on /tmp/ov-events", cycle)
+    service.wait_for_cycle(cycle)
 
 
 # What a start prints
@@ -100,14 +100,14 @@ def test_each_line_is_visible_before_the_next_step(sandbox):
     expected = LOADING + f"loading {DEFINITIONS}\n"
     wait_until(lambda: service.stdout == expected, lambda: service.stdout)
     sandbox.write_definitions(ROW)
-    service.wait_for_line("Server is listening on /tmp/ov-events")
+    service.wait_for_cycle(1)
 
 
 def test_listening_is_printed_before_the_socket_file_exists(sandbox):
     service = sandbox.start_service(env=sandbox.faulty(DELAYS="bind:1:2000"))
     service.wait_for_line("listening...")
     assert not sandbox.path(SERVICE_SOCKET).exists()
-    service.wait_for_line("Server is listening on /tmp/ov-events")
+    service.wait_for_cycle(1)
     assert sandbox.path(SERVICE_SOCKET).is_socket()
 
 
@@ -190,7 +190,7 @@ def test_socket_file_is_removed_and_created_again_between_cycles(sandbox):
     sandbox.write_settings(**SETTINGS, cycle=2)
     service.wait_for_line("listening...", 2)
     assert not sandbox.path(SERVICE_SOCKET).exists()
-    service.wait_for_line("Server is listening on /tmp/ov-events", 2)
+    service.wait_for_cycle(2)
     assert socket_inode(sandbox) != first
 
 
@@ -243,13 +243,13 @@ def test_failed_accept_removes_the_socket_file_and_creates_it_again(sandbox):
     first = socket_inode(sandbox)
     service.wait_for_line("listening...", 2)
     assert not sandbox.path(SERVICE_SOCKET).exists()
-    service.wait_for_line("Server is listening on /tmp/ov-events", 2)
+    service.wait_for_cycle(2)
     assert socket_inode(sandbox) != first
 
 
 def test_failed_accept_leaves_its_processing_thread_running_beside_the_next(sandbox):
     service = sandbox.start_service(env=sandbox.faulty(FAULTS="accept4:1:24,accept4:2:24"))
-    service.wait_for_line("Server is listening on /tmp/ov-events", 3)
+    service.wait_for_cycle(3)
     wait_until(lambda: thread_count(service) == 4, lambda: thread_count(service))
 
 
@@ -257,7 +257,7 @@ def test_service_with_two_processing_threads_sends_each_event_once(sandbox, udp_
     sandbox.write_definitions(ROW)
     sandbox.write_settings(**SETTINGS)
     service = sandbox.start_service(env=sandbox.faulty(FAULTS="accept4:2:24"))
-    service.wait_for_line("Server is listening on /tmp/ov-events", 2)
+    service.wait_for_cycle(2)
     for number in range(20):
         sandbox.send("perf01", str(number))
     arrived = udp_collector.wait_for(20)

@@ -18,14 +18,14 @@ def start_service(sandbox, content=None, **settings):
         sandbox.write_settings(**{**SETTINGS, **settings})
     else:
         sandbox.write_settings_bytes(content)
-    return sandbox.start_listening_service()
+    return sandbox.start_listening_service(env=sandbox.eager())
 
 
 def printed_settings(sandbox, content):
     """What a service prints about a settings file, in no particular order."""
     service = start_service(sandbox, b"host=127.0.0.1\n" + content)
     wait_until(lambda: "host: 127.0.0.1" in service.lines, lambda: service.stdout)
-    service.wait_for_pauses(1)
+    service.wait_for_pauses(50)
     assert service.stderr == ""
     lines = service.lines[service.lines.index(LISTENING) + 1:]
     lines.remove("host: 127.0.0.1")
@@ -34,17 +34,17 @@ def printed_settings(sandbox, content):
 
 def reload(sandbox, service, cycle, **settings):
     sandbox.write_settings(**settings, cycle=cycle)
-    service.wait_for_line(LISTENING, cycle)
+    service.wait_for_cycle(cycle)
 
 
 # Defaults
 
 def test_without_a_file_there_is_no_host_and_no_event_is_allowed(sandbox):
     sandbox.write_definitions(*ROWS)
-    service = sandbox.start_listening_service()
+    service = sandbox.start_listening_service(env=sandbox.eager())
     client = sandbox.send("perf01")
     service.wait_for_line(client.lines[0])
-    service.wait_for_pauses(3)
+    service.wait_for_pauses(50)
     reload(sandbox, service, 2, **SETTINGS)
     assert service.lines[6] == "Invalid IP address or hostname: Name or service not known"
     assert not any(line.startswith(">>>") for line in service.lines)
@@ -64,7 +64,7 @@ def test_event_that_no_setting_allows_is_not_forwarded(sandbox, udp_collector):
     service = start_service(sandbox, b"host=127.0.0.1\nport=5514\nformatString=[VAL]\n")
     client = sandbox.send("perf01", "before")
     service.wait_for_line(client.lines[0])
-    service.wait_for_pauses(3)
+    service.wait_for_pauses(50)
     reload(sandbox, service, 2, **SETTINGS)
     sandbox.send("perf01", "after")
     assert udp_collector.wait_for(1) == [b"24 perf01 after"]
@@ -120,7 +120,7 @@ def test_allowed_events_are_those_between_blanks(sandbox, udp_collector, allowed
     for event in "perf01", "sys05", "sec03":
         sandbox.send(event, "a")
     service.wait_for_line("> Received event", 3)
-    service.wait_for_pauses(3)
+    service.wait_for_pauses(50)
     reload(sandbox, service, 2, **{**SETTINGS, "allowed": "sec03"})
     sandbox.send("sec03", "end")
     arrived = udp_collector.wait_for(len(forwarded) + 1)

@@ -104,9 +104,15 @@ class Process:
         wait_until(lambda: self.error_lines.count(line) >= count,
                    lambda: f"{count} times {line!r} in {self.error_lines}", deadline)
 
+    def wait_for_cycle(self, number):
+        """Waits until a service is in its `number`th cycle and has read its settings for it,
+        which it does before it starts a thread."""
+        self.wait_for_line("Server is listening on /tmp/ov-events", number)
+        wait_until(lambda: len(os.listdir(f"/proc/{self.pid}/task")) > 1, "a second thread")
+
     def wait_for_pauses(self, count):
-        """Waits until the first thread has gone to sleep `count` times more. Of a service that
-        has nothing to do, three of them hold at least one whole look at clients and settings."""
+        """Waits until the first thread has gone to sleep `count` times more: once for each look
+        of a service at its clients and settings, and once for each of its other waits."""
         status = pathlib.Path(f"/proc/{self.pid}/status")
 
         def pauses():

@@ -70,6 +70,11 @@ class Sandbox:
         return {"LD_PRELOAD": self.faults,
                 **{f"OV_{name}": str(value) for name, value in values.items()}}
 
+    def eager(self):
+        """The environment of a service that looks for clients and at its settings a thousand
+        times a second, so that a test which waits for that waits less."""
+        return self.faulty(DELAYS="usleep:1+:1", FAULTS="usleep:1+:4")
+
     def run(self, *command, **kwargs):
         """Runs a program of the sandbox to its end."""
         process = self.start(*command, **kwargs)
@@ -88,7 +93,7 @@ class Sandbox:
     def start_listening_service(self, **kwargs):
         """A service that has come to its accept loop."""
         service = self.start_service(**kwargs)
-        service.wait_for_line(f"Server is listening on {SERVICE_SOCKET}")
+        service.wait_for_cycle(1)
         return service
 
     def start_client(self, *arguments, **kwargs):

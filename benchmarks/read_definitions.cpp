@@ -1,10 +1,10 @@
 // Reads the definitions file line by line, with the reader that the catalogue uses, does nothing
 // with the lines, and prints the nanoseconds of processor time on standard error.
-#include <QByteArray>
 #include <QFile>
 #include <QString>
 
 #include "base/names_codec.h"
+#include "base/text_file.h"
 #include "service/event_catalogue.h"
 #include "stopwatch.h"
 
@@ -16,10 +16,7 @@ int main() {
       return;
     }
     while (!file.atEnd()) {
-      QByteArray bytes = file.readLine();
-      bytes.chop(1);
-      const QString line =
-          QString::fromUtf8(bytes.constData(), bytes.size()).remove(QLatin1Char('\r'));
+      ov::ReadLine(file);
     }
   });
 }

@@ -1,40 +1,73 @@
 #include "service/event_catalogue.h"
 
-#include <QByteArray>
 #include <QDebug>
 #include <QFile>
-#include <QStringRef>
-#include <QVector>
+#include <QStringView>
+#include <array>
 #include <cstdio>
+
+#include "base/text_file.h"
 
 namespace ov {
 namespace {
 
-constexpr int kColumns = 4;
+constexpr std::size_t kColumns = 4;
+constexpr int kUsualRowSize = 40;  // bytes, to guess how many rows a file holds
 
-// Without its line feed and without the carriage returns that text mode leaves. What ends in the
-// middle of a character, or begins with a byte order mark, is one line's affair.
-QString ReadLine(QFile &file) {
-  QByteArray bytes = file.readLine();
-  if (bytes.endsWith('\n')) {
-    bytes.chop(1);
+using Row = std::array<QStringView, kColumns>;
+
+// Takes the first columns, trimmed. False if the line has fewer.
+bool SplitRow(QStringView line, Row &row) {
+  qsizetype start = 0;
+  for (QStringView &column : row) {
+    if (start > line.size()) {
+      return false;
+    }
+    const qsizetype comma = line.indexOf(QLatin1Char(','), start);
+    const qsizetype end = comma < 0 ? line.size() : comma;
+    column = line.mid(start, end - start).trimmed();
+    start = end + 1;
   }
-  return QString::fromUtf8(bytes.constData(), bytes.size()).remove(QLatin1Char('\r'));
+  return true;
 }
 
-void AddRow(EventCatalogue &catalogue, const QString &line) {
-  if (line.startsWith(QLatin1Char('#'))) {
-    return;
+// Labels and severity names repeat from row to row. Those that do share their memory.
+class RepeatedText {
+ public:
+  const QString &Of(QStringView text) {
+    if (text != text_) {
+      text_ = text.toString();
+    }
+    return text_;
   }
-  const QVector<QStringRef> fields = line.splitRef(QLatin1Char(','));
-  if (fields.size() < kColumns) {
-    qWarning() << "Invalid line format:" << line;
-    return;
+
+ private:
+  QString text_;
+};
+
+class CatalogueBuilder {
+ public:
+  explicit CatalogueBuilder(EventCatalogue &catalogue) : catalogue_(catalogue) {}
+
+  void AddLine(const QString &line) {
+    if (line.startsWith(QLatin1Char('#'))) {
+      return;
+    }
+    Row row;
+    if (!SplitRow(line, row)) {
+      qWarning() << "Invalid line format:" << line;
+      return;
+    }
+    const QString id = row[0].toString();
+    catalogue_[id] =
+        EventDefinition(id, labels_.Of(row[1]), row[2].toString(), severityNames_.Of(row[3]));
   }
-  EventDefinition definition(fields[0].trimmed().toString(), fields[1].trimmed().toString(),
-                             fields[2].trimmed().toString(), fields[3].trimmed().toString());
-  catalogue.insert(definition.id, definition);
-}
+
+ private:
+  EventCatalogue &catalogue_;
+  RepeatedText labels_;
+  RepeatedText severityNames_;
+};
 
 }  // namespace
 
@@ -57,8 +90,10 @@ EventCatalogue loadEventDefinitions() {
     qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
     return catalogue;
   }
+  catalogue.reserve(static_cast<int>(file.size() / kUsualRowSize));
+  CatalogueBuilder builder(catalogue);
   while (!file.atEnd()) {
-    AddRow(catalogue, ReadLine(file));
+    builder.AddLine(ReadLine(file));
   }
   return catalogue;
 }

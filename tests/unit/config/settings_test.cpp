@@ -58,7 +58,8 @@ class SettingsTest : public testing::Test {
   Settings settings_;
 
  private:
-  std::int64_t time_ = kSomeTime;
+  // For all tests of a process: Qt keeps what it read of a file of the same time and size.
+  static inline std::int64_t time_ = kSomeTime;
 };
 
 std::vector<std::string> SortedLines(const std::string &text) {

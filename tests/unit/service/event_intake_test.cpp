@@ -199,7 +199,8 @@ TEST_F(EventIntakeTest, ShortRecordIsTakenAndItsRestIsZero) {
     Define(QString::fromLatin1(id));
   }
   Allow("p pe per perf perf0 perf01");
-  for (std::size_t size = 1; size < image.size(); ++size) {
+  // From the longest on, so that something longer was in memory before.
+  for (std::size_t size = image.size() - 1; size >= 1; --size) {
     Connect();
     Write(image.substr(0, size));
     Handle();

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <iterator>
 #include <string>
@@ -106,7 +107,7 @@ class ContendedQueueTest : public testing::Test {
     for (int producer = 0; producer < kProducers; ++producer) {
       producers.emplace_back([this, producer] { Produce(producer); });
     }
-    while (received_ < kProducers * kEach / 2) {
+    while (running_ > 0) {
       Consume();
     }
     for (std::thread &producer : producers) {
@@ -120,19 +121,19 @@ class ContendedQueueTest : public testing::Test {
     for (record.time = 0; record.time < kEach; ++record.time) {
       queue_.Push(record);
     }
+    --running_;
   }
 
   void Consume() {
     for (const EventRecord &event : queue_.TakeAll()) {
       const std::size_t producer = static_cast<std::size_t>(event.id[0] - '0');
       numbers_.at(producer).push_back(event.time);
-      ++received_;
     }
   }
 
   EventQueue queue_;
   std::array<std::vector<std::int64_t>, kProducers> numbers_;
-  std::int64_t received_ = 0;
+  std::atomic<int> running_{kProducers};
 };
 
 TEST_F(ContendedQueueTest, LosesNothingAndKeepsTheOrderOfEachThread) {

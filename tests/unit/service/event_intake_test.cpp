@@ -7,7 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -48,7 +48,9 @@ class EventIntakeTest : public testing::Test {
   void Define(const QString &id) { catalogue_.insert(id, EventDefinition()); }
 
   void Allow(const std::string &ids) {
+    static std::int64_t time = 1'600'000'000;
     WriteFile(kSettingsPath, "allowed=" + ids + "\n");
+    SetModificationTime(kSettingsPath, ++time);  // or Qt takes it for the file of another test
     OutputOf([this] { settings_.parseSettings(); });
     std::remove(kSettingsPath);
   }

@@ -19,6 +19,8 @@ namespace {
 class ProcessingThreadTest : public testing::Test {
  protected:
   ProcessingThreadTest() {
+    g_eventCatalogue.clear();
+    g_eventQueue.TakeAll();
     g_messageFormatter.SetTemplate(QStringLiteral("<[PRI]> [NAME]([IP]) [ID]/[DESC]/[VAL]/[SEV]"));
     g_udpSyslogSender.Init(QStringLiteral("127.0.0.1"), collector_.Port());
   }

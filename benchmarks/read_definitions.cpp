@@ -15,8 +15,8 @@ int main() {
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
       return;
     }
-    while (!file.atEnd()) {
-      ov::ReadLine(file);
+    QString line;
+    while (ov::ReadLine(file, line)) {
     }
   });
 }

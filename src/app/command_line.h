@@ -1,4 +1,5 @@
-// The command line: chooses the role of the process. Called by main.
+// The command line: chooses the role of the process. Called by main. For the service it fills the
+// process-wide catalogue.
 #pragma once
 
 namespace ov {

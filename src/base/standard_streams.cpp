@@ -19,6 +19,9 @@ void WriteDiagnostic(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
 
 void SetUpStandardStreams() {
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+  for (const char *variable : {"QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_FATAL_WARNINGS"}) {
+    qunsetenv(variable);
+  }
   qInstallMessageHandler(WriteDiagnostic);
 }
 

@@ -4,13 +4,17 @@
 
 namespace ov {
 
-QString ReadLine(QFile &file) {
+bool ReadLine(QFile &file, QString &line) {
   QByteArray bytes = file.readLine();
+  if (bytes.isEmpty()) {
+    return false;
+  }
   if (bytes.endsWith('\n')) {
     bytes.chop(1);
   }
   // Text mode leaves a carriage return that does not stand before a line feed.
-  return QString::fromUtf8(bytes.constData(), bytes.size()).remove(QLatin1Char('\r'));
+  line = QString::fromUtf8(bytes.constData(), bytes.size()).remove(QLatin1Char('\r'));
+  return true;
 }
 
 }  // namespace ov

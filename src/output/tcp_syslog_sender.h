@@ -10,6 +10,7 @@
 
 namespace ov {
 
+/// No socket but from Connect to Close, and the destination of the last Init that succeeded.
 class TcpSyslogSender {
  public:
   TcpSyslogSender() = default;

@@ -9,6 +9,7 @@
 
 namespace ov {
 
+/// One socket from Init to Close, and the destination of the last Init that succeeded.
 class UdpSyslogSender {
  public:
   UdpSyslogSender() = default;

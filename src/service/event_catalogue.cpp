@@ -12,7 +12,6 @@ namespace ov {
 namespace {
 
 constexpr std::size_t kColumns = 4;
-constexpr int kUsualRowSize = 40;  // bytes, to guess how many rows a file holds
 
 using Row = std::array<QStringView, kColumns>;
 
@@ -45,6 +44,7 @@ class RepeatedText {
   QString text_;
 };
 
+// Puts the lines of the file into the catalogue.
 class CatalogueBuilder {
  public:
   explicit CatalogueBuilder(EventCatalogue &catalogue) : catalogue_(catalogue) {}
@@ -90,10 +90,10 @@ EventCatalogue loadEventDefinitions() {
     qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
     return catalogue;
   }
-  catalogue.reserve(static_cast<int>(file.size() / kUsualRowSize));
   CatalogueBuilder builder(catalogue);
-  while (!file.atEnd()) {
-    builder.AddLine(ReadLine(file));
+  QString line;
+  while (ReadLine(file, line)) {
+    builder.AddLine(line);
   }
   return catalogue;
 }

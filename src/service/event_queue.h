@@ -13,6 +13,7 @@ namespace ov {
 /// Event records, oldest first, each a heap block of its own.
 using EventList = std::forward_list<EventRecord>;
 
+/// Holds the events that wait for the next pass.
 class EventQueue {
  public:
   EventQueue() = default;

@@ -22,9 +22,6 @@
 namespace ov {
 namespace {
 
-// A batch of this many events or more has taken memory worth giving back to the system.
-constexpr int kLargeBatch = 1000;
-
 pthread_t processingThread;
 
 // Shared as a plain byte: the thread clears it when it starts and reads it after each pass, the
@@ -32,7 +29,12 @@ pthread_t processingThread;
 bool stopRequested = false;
 
 // Posted by each thread once it has cleared the flag. A stop requested before that would be lost.
-sem_t flagCleared;
+sem_t &FlagCleared() {
+  static sem_t semaphore;
+  static const int initialised = sem_init(&semaphore, 0, 0);
+  static_cast<void>(initialised);
+  return semaphore;
+}
 
 void Sleep(std::chrono::seconds pause) { sleep(static_cast<unsigned>(pause.count())); }
 
@@ -80,16 +82,15 @@ void SendLines(const QStringList &lines) {
   }
 }
 
-// Returns how many events there were.
-int DeliverQueuedEvents() {
+// Returns whether there were any.
+bool DeliverQueuedEvents() {
   const EventList events = g_eventQueue.TakeAll();
   if (events.empty()) {
-    return 0;
+    return false;
   }
   std::puts("> Process events");
-  const QStringList lines = FormatAndPrint(events);
-  SendLines(lines);
-  return lines.size();
+  SendLines(FormatAndPrint(events));
+  return true;
 }
 
 void RunPass() {
@@ -98,14 +99,14 @@ void RunPass() {
     std::puts("> Client address is unknown");
     return;
   }
-  if (DeliverQueuedEvents() >= kLargeBatch) {
-    malloc_trim(0);
+  if (DeliverQueuedEvents()) {
+    malloc_trim(0);  // gives what the batch took back to the system
   }
 }
 
 void *ProcessingThread(void * /*unused*/) {
   stopRequested = false;
-  sem_post(&flagCleared);
+  sem_post(&FlagCleared());
   while (!stopRequested) {
     RunPass();
     Sleep(kPassPause);
@@ -116,11 +117,9 @@ void *ProcessingThread(void * /*unused*/) {
 }  // namespace
 
 int StartProcessingThread() {
-  // One per start: after an accept error an earlier thread runs on, but it has posted already.
-  sem_init(&flagCleared, 0, 0);
   const int error = pthread_create(&processingThread, nullptr, ProcessingThread, nullptr);
   if (error == 0) {
-    while (sem_wait(&flagCleared) != 0) {
+    while (sem_wait(&FlagCleared()) != 0) {
     }
   }
   return error;

@@ -1,5 +1,6 @@
 // One run cycle of the event service: from opening the service socket, with the settings as they
-// are then, to the settings' next change. Runs on the main thread.
+// are then, to the settings' next change. Runs on the main thread. It is where the process-wide
+// objects meet: settings, catalogue, formatter, senders and queue.
 #pragma once
 
 #include <chrono>

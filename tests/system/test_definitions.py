@@ -91,6 +91,13 @@ def test_unreadable_system_file_is_not_replaced_by_the_fallback(sandbox):
     assert service.stderr == CANNOT_OPEN
 
 
+def test_file_that_cannot_be_read_gives_no_definitions(sandbox):
+    sandbox.write_definitions("perf01,CPU,CPU usage is high,warn")
+    service = sandbox.start_listening_service(env=sandbox.faulty(FAULTS="read:1:5"))
+    assert service.stderr == ""
+    assert defined_events(sandbox, service, "perf01") == []
+
+
 def test_changed_definitions_take_effect_at_the_next_start_only(sandbox):
     service = start_service(sandbox, "perf01,CPU,CPU usage is high,warn")
     sandbox.write_definitions("sys05,USB,USB device added,info")
@@ -201,6 +208,13 @@ def test_any_line_end_ends_a_row(sandbox, udp_collector, content):
 def test_row_with_fewer_than_four_fields_gives_a_warning(sandbox, row, quoted, locale):
     warnings = warnings_of(sandbox, row, env={"LC_ALL": locale})
     assert warnings == f"Invalid line format: {quoted}\n"
+
+
+@pytest.mark.parametrize("variable, value", [
+    ("QT_LOGGING_RULES", "*=false"), ("QT_FATAL_WARNINGS", "1"), ("QT_MESSAGE_PATTERN", "x")])
+def test_warnings_do_not_follow_the_environment(sandbox, variable, value):
+    assert warnings_of(sandbox, "perf01", env={variable: value}) == (
+        'Invalid line format: "perf01"\n')
 
 
 def test_warning_shows_a_line_without_its_line_end(sandbox):

@@ -92,7 +92,7 @@ def test_changed_host_name_shows_in_the_next_line(sandbox, udp_collector):
 
 
 def test_failure_to_list_the_interfaces_is_reported_and_holds_events(sandbox, udp_collector):
-    service = start(sandbox, faults="getifaddrs:1:24,getifaddrs:2:12")
+    service = start(sandbox, env=sandbox.faulty(FAULTS="getifaddrs:1:24,getifaddrs:2:12"))
     sandbox.send_bytes(make_record("perf01"))
     assert udp_collector.wait_for(1) == [b"tc-0042 127.0.0.1"]
     assert service.stderr == "getifaddrs: Too many open files\ngetifaddrs: Cannot allocate memory\n"

@@ -21,13 +21,13 @@ def event(values):
     return make_record("perf01", values, 100)
 
 
-def start(sandbox, settings, held=False, faults=None):
+def start(sandbox, settings, held=False, **faults):
     """A service with these settings; one that is `held` finds no address."""
     if held:
         sandbox.hold_events()
     sandbox.write_definitions(ROW)
     sandbox.write_settings(**settings)
-    return sandbox.start_listening_service(faults=faults)
+    return sandbox.start_listening_service(env=sandbox.faulty(**faults))
 
 
 def start_with_big_event(sandbox, **settings):
@@ -156,7 +156,7 @@ def test_udp_lines_to_an_absent_collector_are_lost_without_a_word(sandbox):
 
 
 def test_datagram_that_cannot_be_sent_is_lost_and_the_next_is_tried(sandbox, udp_collector):
-    service = start(sandbox, UDP, held=True, faults="sendto:2:101")
+    service = start(sandbox, UDP, held=True, FAULTS="sendto:2:101")
     sandbox.send_batch(service, event("1"), event("2"), event("3"))
     assert udp_collector.wait_for(2) == [b"1", b"3"]
     assert lines_after_processing(service) == [">>> 1", ">>> 2", ">>> 3", NOT_SENT]
@@ -164,7 +164,7 @@ def test_datagram_that_cannot_be_sent_is_lost_and_the_next_is_tried(sandbox, udp
 
 
 def test_tcp_line_that_cannot_be_sent_is_lost_and_the_next_is_tried(sandbox, tcp_collector):
-    service = start(sandbox, TCP, held=True, faults="send:2:104")
+    service = start(sandbox, TCP, held=True, FAULTS="send:2:104")
     sandbox.send_batch(service, event("1"), event("2"), event("3"))
     tcp_collector.wait_for(2)
     assert tcp_collector.connections == [b"1\n3\n"]
@@ -173,7 +173,7 @@ def test_tcp_line_that_cannot_be_sent_is_lost_and_the_next_is_tried(sandbox, tcp
 
 
 def test_udp_sender_without_a_socket_says_so_and_loses_its_lines(sandbox, udp_collector):
-    service = start(sandbox, UDP, faults="socket:2:24")  # the first is that for clients
+    service = start(sandbox, UDP, FAULTS="socket:2:24")  # the first is that for clients
     sandbox.send_bytes(event("1"))
     service.wait_for_line(NOT_SENT)
     assert service.lines.count(NO_SOCKET) == 1
@@ -184,7 +184,7 @@ def test_udp_sender_without_a_socket_says_so_and_loses_its_lines(sandbox, udp_co
 
 
 def test_tcp_sender_without_a_socket_says_so_and_tries_again(sandbox, tcp_collector):
-    service = start(sandbox, TCP, faults="socket:2:24")  # the first is that for clients
+    service = start(sandbox, TCP, FAULTS="socket:2:24")  # the first is that for clients
     sandbox.send_bytes(event("1"))
     tcp_collector.wait_for(1)
     assert tcp_collector.connections == [b"1\n"]
@@ -193,7 +193,7 @@ def test_tcp_sender_without_a_socket_says_so_and_tries_again(sandbox, tcp_collec
 
 
 def test_failed_connection_is_reported_on_standard_error(sandbox, tcp_collector):
-    service = start(sandbox, TCP, faults="connect:1:110")
+    service = start(sandbox, TCP, FAULTS="connect:1:110")
     sandbox.send_bytes(event("1"))
     tcp_collector.wait_for(1)
     assert lines_after_processing(service) == [">>> 1"]

@@ -49,12 +49,9 @@ class Sandbox:
         """Where a path of the sandbox is found from outside."""
         return pathlib.Path(f"/proc/{self._init}/root{inside}")
 
-    def start(self, *command, env=None, faults=None, **kwargs):
-        """Starts a program in the sandbox, with nothing in its environment but PATH and `env`.
-        `faults` names calls that are to fail, as tests/faults/faults.c describes."""
+    def start(self, *command, env=None, **kwargs):
+        """Starts a program in the sandbox, with nothing in its environment but PATH and `env`."""
         environment = {"PATH": os.environ["PATH"], **(env or {})}
-        if faults is not None:  # set inside, where the library is to be found
-            command = ("env", f"LD_PRELOAD={self.faults}", f"OV_FAULTS={faults}", *command)
         # env(1) sets the environment: a library to preload exists in the sandbox only, and is
         # meant for the program and not for nsenter.
         process = Process(

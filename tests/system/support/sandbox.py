@@ -171,7 +171,8 @@ class Sandbox:
     def set_host_names(self, *rows):
         """Lets these rows of /etc/hosts be all that resolves names, whatever the machine uses."""
         self.path("/tmp/hosts").write_text("".join(f"{row}\n" for row in rows))
-        self.sh("mv /tmp/hosts /etc/hosts; echo 'hosts: files' > /etc/nsswitch.conf")
+        self.sh("rm -f /etc/hosts /etc/nsswitch.conf; mv /tmp/hosts /etc/hosts;"
+                "echo 'hosts: files' > /etc/nsswitch.conf")
 
     def network_socket(self, *arguments):
         """A socket in the sandbox's network. Sockets belong to the network in which they were

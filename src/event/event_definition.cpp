@@ -1,24 +1,28 @@
 #include "event/event_definition.h"
 
 #include <QByteArray>
-#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <string_view>
 #include <utility>
 
 namespace ov {
 namespace {
 
-constexpr std::array<QLatin1String, 8> kSeverityNames = {
-    QLatin1String("emerg"), QLatin1String("alert"),  QLatin1String("crit"), QLatin1String("err"),
-    QLatin1String("warn"),  QLatin1String("notice"), QLatin1String("info"), QLatin1String("debug")};
+constexpr std::array<std::string_view, 8> kSeverityNames = {"emerg", "alert",  "crit", "err",
+                                                            "warn",  "notice", "info", "debug"};
 constexpr std::int32_t kUnknownSeverity = -1;
 
 template <typename Text>
 std::int32_t FindSeverity(const Text &name) {
-  const auto found = std::find(kSeverityNames.begin(), kSeverityNames.end(), name);
-  return found == kSeverityNames.end() ? kUnknownSeverity
-                                       : static_cast<std::int32_t>(found - kSeverityNames.begin());
+  std::int32_t severity = 0;
+  for (const std::string_view known : kSeverityNames) {
+    if (name == QLatin1String(known.data(), static_cast<int>(known.size()))) {
+      return severity;
+    }
+    ++severity;
+  }
+  return kUnknownSeverity;
 }
 
 // A known name needs no conversion: there may be many definitions.

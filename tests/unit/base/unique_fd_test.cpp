@@ -65,7 +65,7 @@ TEST(UniqueFdTest, MoveHandsOverWithoutClosing) {
   const int fd = OpenNull();
   UniqueFd source(fd);
   const UniqueFd target(std::move(source));
-  EXPECT_EQ(source.Get(), -1);  // NOLINT(bugprone-use-after-move): what is left behind
+  EXPECT_EQ(source.Get(), -1);  // NOLINT: what is left behind
   EXPECT_EQ(target.Get(), fd);
   EXPECT_TRUE(IsOpen(fd));
 }

@@ -15,6 +15,7 @@
 #include "output/message_formatter.h"
 #include "output/tcp_syslog_sender.h"
 #include "output/udp_syslog_sender.h"
+#include "service/cycle_monitors.h"
 #include "service/event_catalogue.h"
 #include "service/event_intake.h"
 #include "service/event_queue.h"
@@ -139,23 +140,23 @@ void RunCycle() {
   std::puts("Starting event server...");
   UniqueFd listener = OpenServiceSocket();
   ApplySettings();
-  // The monitors are constructed here, each with its allowed flags, and started if enabled.
+  CycleMonitors monitors(g_settings);
   const int error = StartProcessingThread();
   if (error != 0) {
     std::fprintf(stderr, "Error creating event processing thread: %d\n", error);
     EndProcess(listener);
   }
 
-  // After a failed accept nothing is stopped: the next cycle runs beside this one's thread.
+  // After a failed accept only the monitors are stopped, by their destructor: the next cycle runs
+  // beside this one's processing thread.
   if (ServeClients(listener) == CycleEnd::kSettingsChanged) {
     StopProcessingThread();
-    // The enabled monitors are stopped here, in the order of their construction.
+    monitors.StopEnabled();
     CloseSender();
     TakeInWaitingClients(listener);
   }
   listener.Reset();
   unlink(kServiceSocketPath);
-  // The monitors are destroyed here, in the reverse order of their construction.
 }
 
 }  // namespace ov

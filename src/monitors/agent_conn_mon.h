@@ -1,0 +1,35 @@
+// The secure connection monitor: reports each change of the status that the platform's agent writes
+// into a file.
+#pragma once
+
+#include <QString>
+
+#include "monitors/monitor.h"
+
+namespace ov {
+
+constexpr char kAgentStatusPath[] = "/tmp/ovwsagentstatus";
+
+/// Knows the status of the check before.
+class AgentConnMon final : public Monitor {
+ public:
+  /// Whether "net02" (connected, or a certificate warning) and "net03" (failure) may be raised.
+  AgentConnMon(bool connectedAllowed, bool failureAllowed);
+  ~AgentConnMon() override { StopIfRunning(); }
+
+  void Init() override;
+  void Check() override;
+  void Reserved() override {}
+
+  /// The file's third line, trimmed; empty if there is none.
+  static QString ReadAgentStatus();
+
+ private:
+  void Report(const QString &status) const;
+
+  bool failureAllowed_;
+  bool connectedAllowed_;
+  QString lastStatus_;
+};
+
+}  // namespace ov

@@ -1,0 +1,90 @@
+#include "monitors/monitor.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "event/event_record.h"
+#include "service/event_queue.h"
+
+namespace ov {
+namespace {
+
+void Report(FILE *stream, const char *format, const QString &name) {
+  std::fprintf(stream, format, name.toUtf8().constData());
+}
+
+void ReportError(const char *format, const QString &name, const char *call, int error) {
+  Report(stderr, format, name);
+  errno = error;
+  std::perror(call);
+}
+
+}  // namespace
+
+Monitor::Monitor(const QString &name, std::int32_t period) : name_(name), period_(period) {
+  sem_init(&requestCleared_, 0, 0);
+}
+
+Monitor::~Monitor() {
+  StopIfRunning();
+  sem_destroy(&requestCleared_);
+}
+
+void Monitor::Start() {
+  if (IsRunning()) {
+    Report(stdout, "%s is already running\n", name_);
+    return;
+  }
+  const int error = pthread_create(&thread_, nullptr, Run, this);
+  if (error == 0) {
+    while (sem_wait(&requestCleared_) != 0) {
+    }
+  } else {
+    thread_ = 0;
+    ReportError("Error starting monitor: %s\n", name_, "pthread_create", error);
+  }
+  // Said after a failure too.
+  Report(stdout, "Starting monitor: %s\n", name_);
+}
+
+void Monitor::Stop() {
+  if (!IsRunning()) {
+    Report(stdout, "%s is not running\n", name_);
+    return;
+  }
+  stopRequest_ = 1;
+  Report(stdout, "Stopping monitor: %s\n", name_);
+  const int error = pthread_join(thread_, nullptr);
+  if (error != 0) {
+    ReportError("Error stopping monitor: %s\n", name_, "pthread_join", error);
+  }
+  thread_ = 0;
+}
+
+void Monitor::StopIfRunning() {
+  if (IsRunning()) {
+    Stop();
+  }
+}
+
+void Monitor::RaiseEvent(const char *id) { g_eventQueue.Push(MakeEventRecord(id, nullptr)); }
+
+void Monitor::RaiseEvent(const char *id, const QByteArray &values) {
+  g_eventQueue.Push(MakeEventRecord(id, values.constData()));
+}
+
+void *Monitor::Run(void *monitor) {
+  auto &self = *static_cast<Monitor *>(monitor);
+  self.stopRequest_ = 0;
+  sem_post(&self.requestCleared_);
+  self.Init();
+  while (self.stopRequest_ == 0) {
+    self.Check();
+    sleep(static_cast<unsigned>(self.period_));
+  }
+  return nullptr;
+}
+
+}  // namespace ov

@@ -1,0 +1,76 @@
+#include "monitors/perf_mon.h"
+
+#include <QStringList>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+
+#include "monitors/script_runner.h"
+
+namespace ov {
+namespace {
+
+constexpr std::int32_t kPeriod = 5;           // seconds
+constexpr std::size_t kValuesTextLimit = 15;  // characters
+
+QByteArray ValuesText(float value, float threshold) {
+  std::array<char, kValuesTextLimit + 1> text{};
+  const int length = std::snprintf(text.data(), text.size(), "%.2f%% > %.2f%%",
+                                   static_cast<double>(value), static_cast<double>(threshold));
+  if (length < 0 || static_cast<std::size_t>(length) > kValuesTextLimit) {
+    std::fprintf(stderr, "Performance values do not fit %zu characters: %.2f%% > %.2f%%\n",
+                 kValuesTextLimit, static_cast<double>(value), static_cast<double>(threshold));
+    std::abort();
+  }
+  return QByteArray(text.data());
+}
+
+}  // namespace
+
+PerfMon::PerfMon(bool cpuAllowed, bool memAllowed, bool diskAllowed, float cpuThreshold,
+                 float memThreshold, float diskThreshold)
+    : Monitor(QStringLiteral("Performance Monitor"), kPeriod),
+      cpu_{cpuAllowed, cpuThreshold, 0, false},
+      mem_{memAllowed, memThreshold, 0, false},
+      disk_{diskAllowed, diskThreshold, 0, false} {}
+
+void PerfMon::Check() {
+  ReadValues();
+  Evaluate(cpu_, "perf01");
+  Evaluate(mem_, "perf02");
+  Evaluate(disk_, "perf03");
+}
+
+void PerfMon::ReadValues() {
+  const QStringList lines = RunScript(QLatin1String(kPerfScriptPath), {}).split(QLatin1Char('\n'));
+  for (const QString &line : lines) {
+    const QStringList pieces = line.split(QLatin1Char('='));
+    if (pieces.size() != 2) {
+      continue;
+    }
+    const QString key = pieces[0].trimmed();
+    const float value = pieces[1].trimmed().toFloat();
+    if (key == QLatin1String("cpu")) {
+      cpu_.value = value;
+    } else if (key == QLatin1String("mem")) {
+      mem_.value = value;
+    } else if (key == QLatin1String("disk")) {
+      disk_.value = value;
+    }
+  }
+}
+
+void PerfMon::Evaluate(Resource &resource, const char *eventId) {
+  if (!resource.allowed) {
+    return;
+  }
+  // Reached counts as well as exceeded; a value that is not a number is neither.
+  if (!(resource.value >= resource.threshold)) {
+    resource.raised = false;
+  } else if (!resource.raised) {
+    RaiseEvent(eventId, ValuesText(resource.value, resource.threshold));
+    resource.raised = true;
+  }
+}
+
+}  // namespace ov

@@ -1,0 +1,21 @@
+// Runs the helper programs of the monitors. Called on the monitors' threads.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <chrono>
+
+namespace ov {
+
+/// How long a program may take before it is killed.
+constexpr std::chrono::seconds kScriptTimeout{30};
+
+/// Runs a program without a shell and returns what it wrote on its standard output until it ended
+/// or ran out of time, as UTF-8 up to the first NUL. The exit status does not count, and a program
+/// that cannot be started gives the empty text.
+QString RunScript(const QString &program, const QStringList &arguments);
+
+/// Whether `pgrep` finds a process whose name matches the pattern `name`.
+bool IsProcessRunning(const QString &name);
+
+}  // namespace ov

@@ -1,0 +1,35 @@
+// The USB device monitor: reports the devices that are present when it starts, and then those that
+// appear and go away. A device is a line of the script's output.
+#pragma once
+
+#include <QSet>
+#include <QString>
+
+#include "monitors/monitor.h"
+
+namespace ov {
+
+constexpr char kUsbScriptPath[] = "/usr/lib/orvan/ov-event-logger/usb-devices.sh";
+
+/// Knows the devices of the poll before.
+class UsbDevMon final : public Monitor {
+ public:
+  /// Whether "sys05" (present), "sys06" (added) and "sys07" (removed) may be raised.
+  UsbDevMon(bool presentAllowed, bool addedAllowed, bool removedAllowed);
+  ~UsbDevMon() override { StopIfRunning(); }
+
+  void Init() override;
+  void Check() override;
+  void Reserved() override {}
+
+  /// The script's lines as they are now. A script that fails reads as one without devices.
+  static QSet<QString> ReadDevices();
+
+ private:
+  bool presentAllowed_;
+  bool addedAllowed_;
+  bool removedAllowed_;
+  QSet<QString> devices_;
+};
+
+}  // namespace ov

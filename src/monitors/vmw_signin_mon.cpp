@@ -1,0 +1,62 @@
+#include "monitors/vmw_signin_mon.h"
+
+#include <QDebug>
+#include <QStringList>
+
+#include "monitors/script_runner.h"
+
+namespace ov {
+namespace {
+
+constexpr std::int32_t kPeriod = 3;  // seconds
+constexpr char kClientProcess[] = "horizon-client";
+
+QString RunSigninScript(const QString &word) {
+  return RunScript(QLatin1String(kSigninScriptPath), {word});
+}
+
+}  // namespace
+
+VmwSigninMon::VmwSigninMon(bool successAllowed, bool errorAllowed)
+    : Monitor(QStringLiteral("Omnissa Signin Monitor"), kPeriod),
+      successAllowed_(successAllowed),
+      errorAllowed_(errorAllowed) {}
+
+void VmwSigninMon::Init() { reported_ = false; }
+
+void VmwSigninMon::Check() {
+  if (!IsProcessRunning(QLatin1String(kClientProcess))) {
+    reported_ = false;
+    return;
+  }
+  if (reported_ || (!successAllowed_ && !errorAllowed_)) {
+    return;
+  }
+  qDebug() << "VmwSigninMon: check status";
+  const QByteArray user = GetUsername().toUtf8();
+  if (successAllowed_ && QueryStatus(QStringLiteral("success"))) {
+    RaiseEvent("sec03", user);
+    reported_ = true;
+  }
+  if (errorAllowed_ && QueryStatus(QStringLiteral("error"))) {
+    RaiseEvent("sec04", user);
+    reported_ = true;
+  }
+}
+
+QString VmwSigninMon::GetUsername() {
+  QString output = RunSigninScript(QStringLiteral("user"));
+  qDebug() << "VmwSigninMon::GetUsername: " << output;
+  const QStringList fields = output.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+  if (fields.size() != 4) {
+    return output;
+  }
+  if (fields[2].trimmed().isEmpty()) {
+    return fields[1];
+  }
+  return fields[1] + QLatin1Char('/') + fields[2];
+}
+
+bool VmwSigninMon::QueryStatus(const QString &word) { return !RunSigninScript(word).isEmpty(); }
+
+}  // namespace ov

@@ -1,166 +1,36 @@
 """Runs the benchmarks inside scripts/sandbox and prints each figure beside its floor and target.
 
-Each group of measurements is a function that yields rows. Processor times come from the kernel's
-per-thread account in nanoseconds (/proc/PID/task/TID/schedstat); where a figure and its floor are
+Each group of measurements is a function that yields rows. Where a figure and its floor are
 repeated, they take turns and the least of each counts, since what else runs only ever adds."""
 
 import collections
 import contextlib
-import os
 import pathlib
-import re
 import subprocess
 import sys
 import time
 
-BUILD = pathlib.Path(sys.argv[1])
-REPOSITORY = pathlib.Path(__file__).resolve().parents[1]
-PROGRAMS = BUILD / "benchmarks"
-SERVICE = BUILD / "src/ov-event-logger"
-
-SETTINGS = pathlib.Path("/tmp/ov-event-logger.ini")
-DEFINITIONS = pathlib.Path("/usr/lib/orvan/ov-event-logger/ov-event-def.csv")
-SERVICE_SOCKET = pathlib.Path("/tmp/ov-events")
-PORT = 5514
+from surroundings import (
+    DEFINITION_ROWS, EVENT_ID, PLATFORM, PORT, PROGRAMS, SERVICE, SERVICE_SOCKET, SETTINGS,
+    SHORT_VALUES, account, collector, cpu_nanoseconds, descriptors, number_from, raise_events,
+    read_mapped_files, resident, running, service, set_loopback, status, threads, wait_until,
+    wait_until_delivered, wait_until_taken_in, write_example_definitions, write_many_definitions,
+    write_scripts, write_settings)
 
 INTAKE_EVENTS = 20_000
 BATCH_EVENTS = 100_000
-DEFINITION_ROWS = 100_000
 ROUNDS = 3
 STARTS = 30
 CLIENTS_A_PAUSE = 8  # the service takes in eleven, then sleeps for up to a second
 CLIENT_PAUSES = 12
-IDLE_SECONDS = 60
+MINUTE = 60
+HOUR = 3600
 
 LINE_BYTES = 80
-EVENT_ID = "perf01"
-SHORT_VALUES = "95,80"
 
 # "at most" the target holds for the ratio to the floor, or for the figure if there is no floor or
 # the target is absolute.
 Row = collections.namedtuple("Row", "name figure floor target unit absolute", defaults=("", False))
-
-
-# ---- the surroundings of the service
-
-def write_settings(**changes):
-    """The example settings, with every defined event allowed and a collector on the loopback."""
-    values = {"host": "127.0.0.1", "port": PORT,
-              "allowed": "perf01 perf02 perf03 sys05 sys06 sys07 sec03 sec04 net02 net03",
-              **changes}
-    text = (REPOSITORY / "examples/ov-event-logger.ini").read_text()
-    for key, value in values.items():
-        text = re.sub(f"(?m)^{key}=.*$", f"{key}={value}", text)
-    SETTINGS.write_text(text)
-
-
-def write_example_definitions():
-    DEFINITIONS.write_bytes((REPOSITORY / "examples/ov-event-def.csv").read_bytes())
-
-
-def write_many_definitions():
-    DEFINITIONS.write_text("".join(
-        f"ev{number:05}, USB, USB device {number} plugged in, notice\n"
-        for number in range(DEFINITION_ROWS)))
-
-
-def set_loopback(state):
-    """Without it the service has no address, and events wait."""
-    subprocess.run(["ip", "link", "set", "lo", state], check=True)
-
-
-def wait_until(condition, what, seconds=60):
-    deadline = time.monotonic() + seconds
-    while not condition():
-        if time.monotonic() > deadline:
-            sys.exit(f"waited {seconds} s in vain for {what}")
-        time.sleep(0.02)
-
-
-@contextlib.contextmanager
-def running(*command, **kwargs):
-    process = subprocess.Popen(command, **kwargs)
-    try:
-        yield process
-    finally:
-        process.kill()
-        process.wait()
-        if process.stdout:
-            process.stdout.close()
-
-
-@contextlib.contextmanager
-def service(short_idle=False, tz=None):
-    """A service that accepts clients, its output thrown away."""
-    environment = {"PATH": os.environ["PATH"]}
-    if tz:
-        environment["TZ"] = tz
-    if short_idle:
-        environment["LD_PRELOAD"] = str(PROGRAMS / "libshort_idle.so")
-    SERVICE_SOCKET.unlink(missing_ok=True)
-    with running(SERVICE, "-s", env=environment, stdout=subprocess.DEVNULL) as process:
-        wait_until(lambda: len(threads(process.pid)) == 2, "the threads of the service")
-        yield process.pid
-
-
-@contextlib.contextmanager
-def collector(protocol):
-    with running(PROGRAMS / "collector", protocol, str(PORT), stdout=subprocess.PIPE) as process:
-        if process.stdout.readline() != b"ready\n":
-            sys.exit("the collector did not start")
-        yield process
-
-
-def raise_events(count, values=SHORT_VALUES, path=SERVICE_SOCKET):
-    subprocess.run([PROGRAMS / "event_source", path, str(count), EVENT_ID, values], check=True)
-
-
-def number_from(program, *arguments, stream="stdout", **kwargs):
-    """The number that a program of this folder prints."""
-    run = subprocess.run([PROGRAMS / program, *map(str, arguments)], check=True,
-                         capture_output=True, text=True, **kwargs)
-    return int(getattr(run, stream))
-
-
-# ---- what the kernel knows of a process
-
-def threads(pid):
-    """Thread identifiers, the main thread first and then by age."""
-    return sorted(int(entry) for entry in os.listdir(f"/proc/{pid}/task"))
-
-
-def cpu_nanoseconds(pid, thread):
-    return int(pathlib.Path(f"/proc/{pid}/task/{thread}/schedstat").read_text().split()[0])
-
-
-def status(pid, key, thread=None):
-    path = f"/proc/{pid}/task/{thread}/status" if thread else f"/proc/{pid}/status"
-    return int(re.search(rf"(?m)^{key}:\s+(\d+)", pathlib.Path(path).read_text()).group(1))
-
-
-def resident(pid, key):
-    """Kilobytes, as the kernel counts page by page."""
-    text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
-    return int(re.search(rf"(?m)^{key}:\s+(\d+)", text).group(1))
-
-
-def wait_until_taken_in(pid):
-    """Until the main thread finds no more clients: it only idles."""
-    def idle():
-        before = cpu_nanoseconds(pid, pid)
-        time.sleep(0.2)
-        return cpu_nanoseconds(pid, pid) - before < 40_000_000
-    wait_until(idle, "the end of the intake")
-
-
-def wait_until_delivered(pid, thread):
-    """Until the processing thread, having worked, has slept for half a second."""
-    def used_in(seconds):
-        before = cpu_nanoseconds(pid, thread)
-        time.sleep(seconds)
-        return cpu_nanoseconds(pid, thread) - before
-    wait_until(lambda: used_in(0.05) > 5_000_000, "the delivery to begin")
-    wait_until(lambda: used_in(0.5) == 0, "the delivery to end")
 
 
 # ---- the measurements
@@ -258,39 +128,67 @@ def idle():
     """A minute of a service without monitors, after a few deliveries."""
     write_example_definitions()
     write_settings()
-    with collector("udp") as sink, service() as pid:
+    with service() as pid:
         read_mapped_files(pid)
-    floor_arguments = ["/tmp/idle-floor", SETTINGS]
     with collector("udp") as sink, service() as pid, \
-            running(PROGRAMS / "idle_floor", *floor_arguments) as floor:
-        for values in ("95,80", "96,80", "97,80"):
-            raise_events(1, values)
-        sink.stdout.readline()
-        time.sleep(4)
-        before, floor_before = account(pid), account(floor.pid)
-        time.sleep(IDLE_SECONDS - 0.004)  # what taking the accounts takes
-        after, floor_after = account(pid), account(floor.pid)
-        yield Row("idle, wake-ups a minute", after.wakeups - before.wakeups,
-                  floor_after.wakeups - floor_before.wakeups, 80, absolute=True)
-        yield Row("idle, processor time a minute", (after.cpu - before.cpu) / 1e6,
-                  (floor_after.cpu - floor_before.cpu) / 1e6, 10, "ms", absolute=True)
+            running(PROGRAMS / "idle_floor", "/tmp/idle-floor", SETTINGS) as floor:
+        raise_a_few_events(sink)
+        yield from minute("idle", pid, floor.pid, 80, 10)
         yield Row("idle, resident", resident(pid, "Rss"), None, 11264, "kB")
         yield Row("idle, private (dirty)", resident(pid, "Private_Dirty"), None, 1024, "kB")
 
 
-Account = collections.namedtuple("Account", "wakeups cpu")
+def monitors():
+    """A minute of a service with all four monitors, whose scripts do nothing."""
+    with monitoring_service() as (pid, floor):
+        yield from monitored_minute("monitors", pid, floor)
 
 
-def account(pid):
-    return Account(sum(status(pid, "voluntary_ctxt_switches", thread) for thread in threads(pid)),
-                   sum(cpu_nanoseconds(pid, thread) for thread in threads(pid)))
+def hour():
+    """The same minute once more, after an hour."""
+    with monitoring_service() as (pid, floor):
+        begin = time.monotonic()
+        yield from monitored_minute("monitors", pid, floor)
+        time.sleep(HOUR - (time.monotonic() - begin))
+        yield from monitored_minute("monitors, after an hour", pid, floor)
 
 
-def read_mapped_files(pid):
-    """The worst case: of a file that is in the page cache, the kernel maps more than was asked."""
-    maps = pathlib.Path(f"/proc/{pid}/maps").read_text()
-    for path in set(re.findall(r"(/\S+)$", maps, re.MULTILINE)):
-        pathlib.Path(path).read_bytes()
+@contextlib.contextmanager
+def monitoring_service():
+    write_example_definitions()
+    write_scripts()
+    write_settings(usbDevMon=1, vmwSigninMon=1, agentConnMon=1, perfMon=1)
+    with service(expected_threads=6) as pid:
+        read_mapped_files(pid)
+    with collector("udp") as sink, service(expected_threads=6) as pid, \
+            running(PROGRAMS / "idle_floor", "/tmp/idle-floor", SETTINGS, PLATFORM) as floor:
+        raise_a_few_events(sink)
+        yield pid, floor.pid
+
+
+def raise_a_few_events(sink):
+    for values in ("95,80", "96,80", "97,80"):
+        raise_events(1, values)
+    sink.stdout.readline()
+    time.sleep(4)
+
+
+def monitored_minute(name, pid, floor):
+    yield from minute(name, pid, floor, 420, 45)
+    yield Row(f"{name}, resident", resident(pid, "Rss"), None, 12288, "kB")
+    yield Row(f"{name}, private (dirty)", resident(pid, "Private_Dirty"), None, 1228, "kB")
+    yield Row(f"{name}, descriptors", descriptors(pid), None, 5, "")
+
+
+def minute(name, pid, floor, most_wakeups, most_milliseconds):
+    """Of the service, and at the same time of a floor that keeps the same pauses."""
+    before, floor_before = account(pid), account(floor)
+    time.sleep(MINUTE - 0.004)  # what taking the accounts takes
+    after, floor_after = account(pid), account(floor)
+    yield Row(f"{name}, wake-ups a minute", after.wakeups - before.wakeups,
+              floor_after.wakeups - floor_before.wakeups, most_wakeups, absolute=True)
+    yield Row(f"{name}, processor time a minute", (after.cpu - before.cpu) / 1e6,
+              (floor_after.cpu - floor_before.cpu) / 1e6, most_milliseconds, "ms", absolute=True)
 
 
 def start():
@@ -350,7 +248,7 @@ def show(row):
 
 def main():
     groups = [globals()[name] for name in
-              sys.argv[2:] or ("intake", "delivery", "memory", "idle", "start")]
+              sys.argv[2:] or ("intake", "delivery", "memory", "idle", "monitors", "start")]
     print(f"{'':44} {'figure':>10} {'floor':>9} {'':5} {'ratio':>6} {'at most':>10}")
     met = [show(row) for group in groups for row in group()]
     sys.exit(0 if all(met) else 1)

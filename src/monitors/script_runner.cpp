@@ -1,22 +1,13 @@
 #include "monitors/script_runner.h"
 
 #include <QByteArray>
-#include <QProcess>
+
+#include "monitors/child_process.h"
 
 namespace ov {
 
 QString RunScript(const QString &program, const QStringList &arguments) {
-  constexpr int kTimeout = std::chrono::milliseconds(kScriptTimeout).count();
-  QProcess process;
-  process.setStandardErrorFile(QProcess::nullDevice());
-  process.start(program, arguments, QIODevice::ReadWrite);
-  process.waitForFinished(kTimeout);
-  const QByteArray output = process.readAllStandardOutput();
-  if (process.state() != QProcess::NotRunning) {
-    // Left to the destructor, this would print a warning.
-    process.kill();
-    process.waitForFinished(kTimeout);
-  }
+  const QByteArray output = ChildProcess(program, arguments).ReadUntilEnd(kScriptTimeout);
   return QString::fromUtf8(output.constData());
 }
 

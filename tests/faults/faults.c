@@ -6,6 +6,9 @@
  *   OV_FAULTS=accept4:2+:24            every call of accept4 from the 2nd on fails
  *   OV_DELAYS=write:1:500              the first call of write sleeps 500 ms before it is made
  *   OV_THREAD_START_DELAY_MS=500       every new thread sleeps that long before it runs
+ *
+ * A call of `sleep` that fails returns at once. The programs that the event logger runs are left
+ * alone.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -21,6 +24,8 @@
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
+
+__attribute__((constructor)) static void LeaveOtherProgramsAlone(void) { unsetenv("LD_PRELOAD"); }
 
 /* The number that `list`, in the form of OV_FAULTS, gives for this call of `name`, or 0. */
 static long Lookup(const char *list, const char *name, int call) {
@@ -92,6 +97,15 @@ STAND_IN(ssize_t, sendto,
 STAND_IN(int, close, (int fd), (fd))
 STAND_IN(int, usleep, (useconds_t microseconds), (microseconds))
 STAND_IN(int, getifaddrs, (struct ifaddrs * *list), (list))
+
+unsigned sleep(unsigned seconds) {
+  static atomic_int calls;
+  if (Fault("sleep", &calls) != 0) {
+    return seconds; /* as after a signal */
+  }
+  unsigned (*real)(unsigned) = (unsigned (*)(unsigned))dlsym(RTLD_NEXT, "sleep");
+  return real(seconds);
+}
 
 int fcntl(int fd, int command, ...) {
   static atomic_int calls;

@@ -1,6 +1,7 @@
 import pytest
 
 from support.collectors import TcpCollector, UdpCollector
+from support.monitors import Script
 from support.sandbox import Sandbox
 
 
@@ -19,3 +20,18 @@ def udp_collector(sandbox):
 @pytest.fixture
 def tcp_collector(sandbox):
     return TcpCollector(sandbox)
+
+
+@pytest.fixture
+def perf_script(sandbox):
+    return Script(sandbox, "perf.sh")
+
+
+@pytest.fixture
+def usb_script(sandbox):
+    return Script(sandbox, "usb-devices.sh")
+
+
+@pytest.fixture
+def signin_script(sandbox):
+    return Script(sandbox, "vmw-signin-status.sh")

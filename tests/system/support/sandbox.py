@@ -72,6 +72,13 @@ class Sandbox:
         times a second, so that a test which waits for that waits less."""
         return self.faulty(DELAYS="usleep:1+:1", FAULTS="usleep:1+:4")
 
+    def hasty(self, **values):
+        """The environment of a service that pauses for a tenth of a second at most, wherever it
+        would pause for seconds, so that the polls and passes of a test take less time."""
+        faults = ",".join(["sleep:1+:4,usleep:1+:4", *values.pop("FAULTS", "").split()])
+        delays = ",".join(["sleep:1+:100,usleep:1+:10", *values.pop("DELAYS", "").split()])
+        return self.faulty(FAULTS=faults, DELAYS=delays, **values)
+
     def run(self, *command, **kwargs):
         """Runs a program of the sandbox to its end."""
         process = self.start(*command, **kwargs)

@@ -5,6 +5,7 @@
 #include <QStringView>
 #include <array>
 #include <cstdio>
+#include <mutex>
 
 #include "base/text_file.h"
 
@@ -69,6 +70,9 @@ class CatalogueBuilder {
   RepeatedText severityNames_;
 };
 
+// An insertion may move the table from under a reader.
+std::mutex catalogueMutex;
+
 }  // namespace
 
 EventCatalogue loadEventDefinitions() {
@@ -96,6 +100,16 @@ EventCatalogue loadEventDefinitions() {
     builder.AddLine(line);
   }
   return catalogue;
+}
+
+bool IsDefined(const EventCatalogue &catalogue, const QString &id) {
+  const std::lock_guard<std::mutex> lock(catalogueMutex);
+  return catalogue.contains(id);
+}
+
+const EventDefinition &DefinitionOf(EventCatalogue &catalogue, const QString &id) {
+  const std::lock_guard<std::mutex> lock(catalogueMutex);
+  return catalogue[id];
 }
 
 }  // namespace ov

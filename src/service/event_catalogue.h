@@ -1,6 +1,6 @@
 // The catalogue of event definitions: which events the service knows, and what it says of them.
-// Loaded on the main thread before any other thread exists. Afterwards the main thread reads it,
-// and the processing thread reads it and may insert, without a lock.
+// Loaded on the main thread before any other thread exists, and afterwards reached only through
+// IsDefined and DefinitionOf, which share a lock.
 #pragma once
 
 #include <QHash>
@@ -23,6 +23,14 @@ constexpr char kFallbackDefinitionsPath[] = "/tmp/ov-event-def.csv";
 /// output and what it passes over as warnings. A file that is missing or cannot be opened gives
 /// an empty catalogue.
 EventCatalogue loadEventDefinitions();
+
+/// Whether an event of this identifier is known. Any thread.
+bool IsDefined(const EventCatalogue &catalogue, const QString &id);
+
+/// The definition of an event. One that nobody defined, as a monitor may raise it, gets an empty
+/// definition, which stays in the catalogue. Any thread; the result is good for the life of the
+/// catalogue.
+const EventDefinition &DefinitionOf(EventCatalogue &catalogue, const QString &id);
 
 extern EventCatalogue g_eventCatalogue;
 

@@ -45,7 +45,7 @@ void HandleConnection(int connection, const EventCatalogue &catalogue, const Set
   PrintEventRecord(record);
 
   const std::string id(EventIdText(record));
-  if (!catalogue.contains(QString::fromLatin1(id.data(), static_cast<int>(id.size())))) {
+  if (!IsDefined(catalogue, QString::fromLatin1(id.data(), static_cast<int>(id.size())))) {
     std::printf("Event %s is not defined\n", id.c_str());
     return;
   }

@@ -43,9 +43,8 @@ QStringList FormatAndPrint(const EventList &events) {
   QStringList lines;
   for (const EventRecord &event : events) {
     const std::string_view id = EventIdText(event);
-    // Inserts an empty definition for an event that a monitor raised and nobody defined.
     const EventDefinition &definition =
-        g_eventCatalogue[QString::fromLatin1(id.data(), static_cast<int>(id.size()))];
+        DefinitionOf(g_eventCatalogue, QString::fromLatin1(id.data(), static_cast<int>(id.size())));
     lines.append(g_messageFormatter.FormatEvent(event, definition, context));
     std::printf(">>> %s\n", lines.constLast().toUtf8().constData());
   }

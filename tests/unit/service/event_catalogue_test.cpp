@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <QTextCodec>
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "base/standard_streams.h"
@@ -282,6 +284,48 @@ TEST_F(EventCatalogueTest, HundredThousandRowsAreAllDefined) {
   EXPECT_EQ(Load(contents), (Output{kProgress, ""}));
   EXPECT_EQ(catalogue_.size(), kRows);
   EXPECT_EQ(Row(catalogue_, "id99999"), "label|description|info|6");
+}
+
+QString NumberedId(int number) { return QStringLiteral("id%1").arg(number); }
+
+TEST_F(EventCatalogueTest, OnlyWhatTheFileDefinesIsDefined) {
+  Load("perf01,CPU,high,warn\n");
+  EXPECT_TRUE(IsDefined(catalogue_, QStringLiteral("perf01")));
+  EXPECT_FALSE(IsDefined(catalogue_, QStringLiteral("perf02")));
+}
+
+TEST_F(EventCatalogueTest, UndefinedEventGetsAnEmptyDefinitionThatStays) {
+  const EventDefinition &definition = DefinitionOf(catalogue_, QStringLiteral("net09"));
+  EXPECT_EQ(definition.id, QString());
+  EXPECT_EQ(definition.severity, 0);
+  EXPECT_TRUE(IsDefined(catalogue_, QStringLiteral("net09")));
+}
+
+TEST_F(EventCatalogueTest, DefinitionKeepsItsPlaceWhileOthersAreInserted) {
+  Load("perf01,CPU,high,warn\n");
+  const EventDefinition &definition = DefinitionOf(catalogue_, QStringLiteral("perf01"));
+  for (int number = 0; number < 10'000; ++number) {
+    DefinitionOf(catalogue_, NumberedId(number));
+  }
+  EXPECT_EQ(&DefinitionOf(catalogue_, QStringLiteral("perf01")), &definition);
+  EXPECT_EQ(definition.description, QStringLiteral("high"));
+}
+
+TEST_F(EventCatalogueTest, DefinedEventIsFoundWhileAnotherThreadInserts) {
+  Load("perf01,CPU,high,warn\n");
+  std::atomic<bool> done = false;
+  std::thread inserting([&] {
+    for (int number = 0; number < 100'000; ++number) {
+      DefinitionOf(catalogue_, NumberedId(number));
+    }
+    done = true;
+  });
+  int misses = 0;
+  while (!done) {
+    misses += IsDefined(catalogue_, QStringLiteral("perf01")) ? 0 : 1;
+  }
+  inserting.join();
+  EXPECT_EQ(misses, 0);
 }
 
 }  // namespace

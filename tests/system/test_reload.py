@@ -34,13 +34,15 @@ def start_eager_service(sandbox, **settings):
 
 
 def rewrite_within_its_second(sandbox, before, after):
-    """Changes the file's contents and size, but not its time."""
+    """Changes the file's contents and size, but at no moment its time."""
     settings = sandbox.path(SETTINGS_PATH)
     moment = settings.stat().st_mtime
     content = settings.read_bytes()
     assert before in content
-    settings.write_bytes(content.replace(before, after))
-    os.utime(settings, (moment, moment))
+    rewritten = settings.with_suffix(".new")
+    rewritten.write_bytes(content.replace(before, after))
+    os.utime(rewritten, (moment, moment))
+    rewritten.replace(settings)
 
 
 def cycles_after_a_look(service):

@@ -138,9 +138,19 @@ class Process:
         os.kill(self.pid, number)
 
     def kill(self):
-        if self.is_running():
+        """Ends the process, if it has not ended by itself, and waits for that."""
+        children = pathlib.Path(f"/proc/{self._popen.pid}/task/{self._popen.pid}/children")
+
+        def killed():
+            if not self.is_running():
+                return True
             try:
-                self.signal(signal.SIGKILL)
+                for child in children.read_text().split():
+                    os.kill(int(child), signal.SIGKILL)
+                    return True
             except (ProcessLookupError, FileNotFoundError):
-                pass
-            self.wait()
+                pass  # it ends by itself just now
+            return False
+
+        wait_until(killed, f"a child of process {self._popen.pid}, or its end")
+        self.wait()

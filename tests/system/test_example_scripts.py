@@ -1,0 +1,440 @@
+"""The example scripts of the monitors: what they print, and what the service makes of it."""
+
+import os
+import pathlib
+import random
+import re
+import stat
+import time
+
+import pytest
+
+from support.machine import (
+    add_comma_locale, load, memory_use, processes, processor_time, use_of, use_of_fullest)
+from support.polling import wait_until
+from support.sandbox import Sandbox
+from support.stand_ins import (
+    SCRIPTS, SIGNIN_STATE, USB_DEVICES, add_disk, add_hung_mount, install_scripts, plug, replace,
+    replace_command, replace_sysfs_bus, script, sign_in, unplug, write_state)
+
+PERF, USB, SIGNIN = (script(f"{name}.sh") for name in ("perf", "usb-devices", "vmw-signin-status"))
+FORMAT = {"host": "127.0.0.1", "port": 5514, "formatString": "[ID] [VAL]"}
+KEYBOARD = {"idVendor": "046d", "idProduct": "c31c", "manufacturer": "Logitech",
+            "product": "USB Keyboard", "bDeviceClass": "00", "removable": "removable"}
+KEYBOARD_LINE = "046d:c31c Logitech USB Keyboard\n"
+STICK = {"idVendor": "0951", "idProduct": "1666", "serial": "60A44C413FAE",
+         "manufacturer": "Kingston", "product": "DataTraveler 3.0"}
+STICK_LINE = "0951:1666 serial=60A44C413FAE Kingston DataTraveler 3.0\n"
+HUB = {"idVendor": "05e3", "idProduct": "0610", "bDeviceClass": "09"}
+
+
+@pytest.fixture
+def sandbox():
+    box = Sandbox(keep=[SCRIPTS])
+    install_scripts(box)
+    yield box
+    box.close()
+
+
+def output(sandbox, *command, env=None):
+    """What a script prints; it must end well and complain of nothing."""
+    process = sandbox.run(*command, env=env)
+    assert (process.status, process.stderr) == (0, "")
+    return process.stdout
+
+
+def figures(sandbox, env=None):
+    """The three figures of perf.sh, as texts, from an output that has exactly the right form."""
+    printed = output(sandbox, PERF, env=env)
+    assert re.fullmatch(r"cpu=\d\d?\.\d\d\nmem=\d\d?\.\d\d\ndisk=\d\d?\.\d\d\n", printed)
+    return dict(line.split("=") for line in printed.splitlines())
+
+
+def figure(sandbox, key, env=None):
+    return float(figures(sandbox, env)[key])
+
+
+# perf.sh: processors
+
+@pytest.mark.parametrize("after, line", [
+    ("101 202 303 480 504 605 702 803 950 950", "cpu=16.00\n"),
+    ("100 200 300 401 500 603 700 800 900 900", "cpu=75.00\n"),
+    ("102 200 300 401 500 600 700 800 900 900", "cpu=66.66\n"),
+    ("100 200 300 499 501 600 700 800 900 900", "cpu=0.00\n"),
+    ("199 200 300 400 500 600 700 800 900 900", "cpu=99.99\n"),
+    ("90 200 300 450 500 600 700 800 900 900", "cpu=0.00\n"),
+    ("150 200 300 450 400 600 700 800 900 900", "cpu=99.99\n"),
+    ("100 200 300 400 500 600 700 800 900 900", "")],
+    ids=["each-counter", "irq", "cut-not-rounded", "idle", "all-busy", "busy-going-back",
+         "idle-going-back", "no-time-passed"])
+def test_processor_use_is_what_passed_between_two_looks(sandbox, after, line):
+    counters = replace(sandbox, "/proc/stat", "cpu  100 200 300 400 500 600 700 800 900 900\n")
+    pause = replace_command(sandbox, "sleep", f"echo cpu  {after} >{counters}")
+    assert output(sandbox, PERF, env=pause).split("mem=")[0] == line
+
+
+def test_processor_use_lies_between_the_bounds_of_an_independent_reading(sandbox):
+    load(sandbox, 1)
+    busy_before, all_before = processor_time()
+    measured = figure(sandbox, "cpu")
+    busy_after, all_after = processor_time()
+    busy, everything = busy_after - busy_before, all_after - all_before
+    # The script's look lies within this one and is at least this long; 5 ticks are for rounding.
+    looked = 0.5 * os.sysconf("SC_CLK_TCK") * os.cpu_count() * 0.9
+    assert 100 * (looked - (everything - busy) - 5) / looked <= measured
+    assert measured <= 100 * (busy + 5) / looked
+
+
+def test_processors_that_are_all_busy_are_seen_as_such(sandbox):
+    load(sandbox, os.cpu_count())
+    assert 90 < figure(sandbox, "cpu") <= 99.99
+
+
+# perf.sh: memory
+
+@pytest.mark.parametrize("total, available, line", [
+    (1000, 875, "mem=12.50\n"), (3, 1, "mem=66.66\n"), (1000, 0, "mem=99.99\n"),
+    (1000, 1001, "mem=0.00\n"), (1 << 40, 1 << 39, "mem=50.00\n"), (0, 0, "")])
+def test_memory_use_is_all_but_what_is_available(sandbox, total, available, line):
+    replace(sandbox, "/proc/meminfo", f"MemTotal: {total} kB\nMemFree: 1 kB\n"
+                                      f"MemAvailable: {available} kB\nCached: 5 kB\n")
+    assert re.search("^cpu=.*\n((?:mem=.*\n)?)disk=", output(sandbox, PERF))[1] == line
+
+
+def test_memory_use_agrees_with_an_independent_reading(sandbox):
+    def agree():
+        before, measured, after = memory_use(), figure(sandbox, "mem"), memory_use()
+        return min(before, after) - 0.1 <= measured <= max(before, after) + 0.1
+    wait_until(agree, "readings while the machine's memory use keeps still")
+
+
+# perf.sh: disks
+
+def test_disk_use_is_that_of_the_fullest(sandbox):
+    add_disk(sandbox)
+    use = use_of(sandbox, "/tmp/disk")
+    assert figures(sandbox)["disk"] == f"{int(use * 100) / 100:.2f}"
+    assert use > 85
+
+
+def test_disk_use_of_this_machine_agrees_with_an_independent_reading(sandbox):
+    before, measured, after = (
+        use_of_fullest(sandbox), figure(sandbox, "disk"), use_of_fullest(sandbox))
+    assert min(before, after) - 0.1 <= measured <= max(before, after) + 0.1
+
+
+def test_full_disk_stays_below_100(sandbox):
+    add_disk(sandbox, used="11M")
+    assert use_of(sandbox, "/tmp/disk") == 100
+    assert figures(sandbox)["disk"] == "99.99"
+
+
+@pytest.mark.parametrize("change", [
+    "mount -o remount,ro /tmp/disk", "mount -o remount,bind,ro /tmp/disk",
+    "umount /tmp/disk; cd /tmp/layers; mount -t overlay -o lowerdir=upper:lower o /tmp/disk",
+    "umount /tmp/disk; mount --bind /tmp/layers /tmp/disk",
+    "mount -t tmpfs tmpfs /tmp/disk"],
+    ids=["read-only", "mounted-read-only", "no-writable-layer", "in-memory", "covered"])
+def test_full_file_system_that_does_not_count_is_ignored(sandbox, change):
+    add_disk(sandbox, used="11M")
+    assert figures(sandbox)["disk"] == "99.99"
+    sandbox.sh(change)
+    assert figure(sandbox, "disk") == pytest.approx(use_of_fullest(sandbox), abs=0.2)
+
+
+@pytest.mark.parametrize("name", ["a b", "a\tb", "a\\b", "a\\040b", "#1", "-n", "*", "\udcff", "é"])
+def test_disk_at_an_odd_mount_point_counts(sandbox, name):
+    add_disk(sandbox, used="11M", path=f"/tmp/{name}")
+    assert figures(sandbox)["disk"] == "99.99"
+
+
+@pytest.mark.skipif(not os.access("/dev/fuse", os.W_OK), reason="makes a hung mount with /dev/fuse")
+@pytest.mark.parametrize("hung", ["/tmp/beside", "/tmp/home/disk", "/tmp/home"],
+                         ids=["beside", "over", "around"])
+def test_hung_mount_holds_nothing_up(sandbox, hung):
+    add_disk(sandbox, used="11M", path="/tmp/home/disk")
+    add_hung_mount(sandbox, hung)
+    asking = sandbox.start("stat", "-f", hung)
+    disk = figures(sandbox)["disk"]
+    assert asking.is_running(), "nothing hangs here"
+    assert (disk == "99.99") == (hung == "/tmp/beside")
+
+
+# perf.sh: its form
+
+def test_figures_have_a_point_where_the_locale_has_a_comma(sandbox):
+    comma = add_comma_locale(sandbox)
+    assert output(sandbox, "/usr/bin/printf", "%.1f", "1,5", env=comma) == "1,5"
+    assert sorted(figures(sandbox, comma)) == ["cpu", "disk", "mem"]
+
+
+# usb-devices.sh
+
+@pytest.fixture
+def usb(sandbox):
+    """A sandbox whose machine has no USB devices yet."""
+    replace_sysfs_bus(sandbox)
+    return sandbox
+
+
+def test_devices_are_printed_sorted_with_serial_and_names(usb):
+    plug(usb, "1-1", **STICK)
+    plug(usb, "1-2", **KEYBOARD)
+    plug(usb, "2-1", idVendor="ffff", idProduct="0001")
+    assert output(usb, USB) == KEYBOARD_LINE + STICK_LINE + "ffff:0001\n"
+
+
+@pytest.mark.parametrize("place", ["1-3", "1-1.4.2", "12-1"])
+def test_device_keeps_its_line_in_another_port(usb, place):
+    plug(usb, "1-2", **STICK, devnum="4", busnum="1", devpath="2", speed="480")
+    before = output(usb, USB)
+    unplug(usb, "1-2")
+    between = output(usb, USB)
+    plug(usb, place, **STICK, devnum="9", busnum="2", devpath="3", speed="5000")
+    assert (before, between, output(usb, USB)) == (STICK_LINE, "", STICK_LINE)
+
+
+def test_interfaces_root_hubs_and_fixed_hubs_are_no_devices(usb):
+    plug(usb, "usb1", **HUB, removable="unknown", product="xHCI Host Controller")
+    plug(usb, "1-0:1.0", **KEYBOARD)
+    plug(usb, "1-1", **HUB, removable="fixed")
+    plug(usb, "1-2:1.0", **KEYBOARD)
+    plug(usb, "1-2", **KEYBOARD)
+    assert output(usb, USB) == KEYBOARD_LINE
+
+
+def test_hub_that_can_be_unplugged_and_fixed_camera_are_devices(usb):
+    plug(usb, "1-1", **HUB, removable="removable", product="Dock")
+    plug(usb, "1-2", **HUB, removable="unknown")
+    plug(usb, "1-3", idVendor="04f2", idProduct="b6d9", product="Camera", bDeviceClass="ef",
+         removable="fixed")
+    assert output(usb, USB) == "04f2:b6d9 Camera\n05e3:0610\n05e3:0610 Dock\n"
+
+
+@pytest.mark.parametrize("unplugged", ["1-1", "1-2"])
+def test_twins_are_numbered_and_the_number_goes_with_either(usb, unplugged):
+    plug(usb, "1-1", **KEYBOARD)
+    plug(usb, "1-2", **KEYBOARD)
+    both = output(usb, USB)
+    unplug(usb, unplugged)
+    assert both == "046d:c31c #2 Logitech USB Keyboard\n" + KEYBOARD_LINE
+    assert output(usb, USB) == KEYBOARD_LINE
+
+
+@pytest.mark.parametrize("name, shown", [
+    (b"two\nlines", "two?lines"), (b"a\tb\r\x1b[2J\x7f", "a?b??[2J?"), (b"a\0b", "a?b"),
+    (b"  a   b ", "a b"), (b"a:b=c|d\\n%s$(id)", "a:b=c|d\\n%s$(id)"), ("é€😀".encode(), "é€😀"),
+    (b"caf\xe9", "caf?"), (b"\xc3", "?"), (b"\xc0\xaf\xe0\x80\xaf\xf0\x80\x80\xaf", "?????????"),
+    (b"\xed\xa0\x80\xf4\x90\x80\x80\xff", "????????"), ("\x85\x9f\xa0".encode(), "????\xa0"),
+    (b"", "")])
+def test_awkward_name_gives_one_clean_line(usb, name, shown):
+    plug(usb, "1-1", idVendor="1234", idProduct="5678", product=name)
+    assert output(usb, USB) == f"1234:5678 {shown}".rstrip(" ") + "\n"
+
+
+def test_long_line_ends_between_characters_within_an_event(usb):
+    plug(usb, "1-1", idVendor="1234", idProduct="5678", product="€" * 60)
+    assert output(usb, USB) == "1234:5678 " + "€" * 39 + "\n"
+    plug(usb, "1-2", idVendor="1234", idProduct="5678", product="x" * 200)
+    assert output(usb, USB) == "1234:5678 " + "x" * 117 + "\n1234:5678 " + "€" * 39 + "\n"
+
+
+def test_devices_that_differ_only_behind_the_cut_are_two(usb):
+    plug(usb, "1-1", idVendor="1234", idProduct="5678", product="x" * 200 + "a")
+    plug(usb, "1-2", idVendor="1234", idProduct="5678", product="x" * 200 + "b")
+    assert output(usb, USB) == f"1234:5678 #2 {'x' * 114}\n1234:5678 {'x' * 117}\n"
+
+
+@pytest.mark.parametrize("missing", ["idVendor", "idProduct"])
+def test_device_that_is_being_unplugged_is_gone(usb, missing):
+    plug(usb, "1-1", **{name: value for name, value in STICK.items() if name != missing})
+    assert output(usb, USB) == ""
+
+
+@pytest.mark.parametrize("folder", ["/tmp", "/tmp/missing", "/tmp/a=b c"])
+def test_folder_of_devices_can_be_named(usb, folder):
+    plug(usb, "1-1", **KEYBOARD)
+    usb.sh(f"[ {folder.split()[0]} != /tmp/a=b ] || cp -r {USB_DEVICES} '{folder}'")
+    assert output(usb, USB, env={"OV_USB_DEVICES": folder}) == (
+        KEYBOARD_LINE if "=" in folder else "")
+
+
+def test_this_machines_own_devices_have_a_line_each(sandbox):
+    devices = [device for device in pathlib.Path(USB_DEVICES).glob("*-*") if ":" not in device.name
+               and [(device / name).read_text() if (device / name).exists() else ""
+                    for name in ("bDeviceClass", "removable")] != ["09\n", "fixed\n"]]
+    expected = sorted("{}:{}".format(*((device / name).read_text().strip()
+                                       for name in ("idVendor", "idProduct")))
+                      for device in devices)
+    assert [line[:9] for line in output(sandbox, USB).splitlines()] == expected
+
+
+# vmw-signin-status.sh
+
+def answers(sandbox, env=None):
+    """What the script prints for each of its words."""
+    return tuple(output(sandbox, SIGNIN, word, env=env) for word in ("user", "success", "error"))
+
+
+def later_answers(sandbox):
+    """The same once the outcome is old enough to count."""
+    return answers(sandbox, replace_command(sandbox, "date", "echo 99999999999"))
+
+
+@pytest.mark.parametrize("state, expected", [
+    (b"success\nalice\nCORP\n", ("signin:alice:CORP:success\n", "success\n", "")),
+    (b"error\nbob\nLAB\n", ("signin:bob:LAB:error\n", "", "error\n")),
+    (b"success\nalice\n\n", ("signin:alice: :success\n", "success\n", "")),
+    (b"success\nalice\n \n", ("signin:alice: :success\n", "success\n", "")),
+    (b"error\n\n\n", ("signin:unknown: :error\n", "", "error\n")),
+    (b"success\n  \nCORP\n", ("signin:unknown:CORP:success\n", "success\n", "")),
+    (b"success\n al ice  \n COR P \n", ("signin:al ice:COR P:success\n", "success\n", "")),
+    (b"success\na:b::/c\nD:E/F\n", ("signin:a_b___c:D_E_F:success\n", "success\n", "")),
+    (b"success\n::\n:\n", ("signin:__:_:success\n", "success\n", "")),
+    (b"success\na\0b\x1b[2J\rc\x7f\n\t\n", ("signin:a_b_[2J_c_:_:success\n", "success\n", "")),
+    (b"success\n$(id)`id`'\"\\n%s*\n~\n",
+     ("signin:$(id)`id`'\"\\n%s*:~:success\n", "success\n", "")),
+    ("success\nJosé\nBüro\n".encode(), ("signin:José:Büro:success\n", "success\n", "")),
+    (b"success\nalice\nCORP\nmore\n" + b"x" * 100000,
+     ("signin:alice:CORP:success\n", "success\n", ""))],
+    ids=["success", "error", "no-domain", "blank-domain", "no-names", "blank-user", "blanks",
+         "colons-and-slashes", "colons-only", "control-characters", "shell-code", "utf-8", "more"])
+def test_outcome_is_told_to_each_word(sandbox, state, expected):
+    write_state(sandbox, state)
+    assert later_answers(sandbox) == expected
+
+
+@pytest.mark.parametrize("state", [
+    b"", b"\n\n\n", b"success", b"success\n", b"success\nalice\n", b"success\nalice\nCO",
+    b"Success\nalice\nCORP\n", b"success \nalice\nCORP\n", b"success\r\nalice\r\nCORP\r\n",
+    b"succ\0ess\nalice\nCORP\n", b"failed\nalice\nCORP\n", b"success\n" + b"x" * 5000 + b"\nCORP\n",
+    b"\0" * 100000,
+    random.Random(1).randbytes(4096).replace(b"success", b"").replace(b"error", b"")],
+    ids=["empty", "no-outcome", "word", "line", "two-lines", "half-a-line", "capital", "blank",
+         "carriage-returns", "nul", "other-outcome", "long-line", "zeros", "random"])
+def test_state_that_tells_no_outcome_gives_nothing(sandbox, state):
+    write_state(sandbox, state)
+    assert later_answers(sandbox) == ("", "", "")
+
+
+@pytest.mark.parametrize("make", [
+    ":", f"mkdir -p {SIGNIN_STATE}", f"mkdir {SIGNIN_STATE[:-7]}; mkfifo {SIGNIN_STATE}",
+    f"mkdir {SIGNIN_STATE[:-7]}; printf 'success\\na\\nb\\n' >/tmp/s; ln -s /tmp/s {SIGNIN_STATE}",
+    f"mkdir {SIGNIN_STATE[:-7]}; truncate -s 100G {SIGNIN_STATE}"],
+    ids=["nothing", "folder", "pipe", "link", "huge"])
+def test_what_is_no_state_file_gives_nothing(sandbox, make):
+    sandbox.sh(make)
+    assert later_answers(sandbox) == ("", "", "")
+
+
+def test_outcome_counts_from_its_second_second_on(sandbox):
+    started = time.time()
+    sign_in(sandbox, "success", "alice", "CORP")
+    at_once = answers(sandbox)
+    if time.time() - started < 1:
+        assert at_once == ("signin:alice:CORP:success\n", "", "")
+    wait_until(lambda: output(sandbox, SIGNIN, "success") == "success\n", "the outcome")
+    assert time.time() - started > 1
+
+
+def test_outcome_from_before_the_clock_was_set_back_counts(sandbox):
+    sign_in(sandbox, "error", "alice", "CORP")
+    earlier = replace_command(sandbox, "date", "echo 1000")
+    assert output(sandbox, SIGNIN, "error", env=earlier) == "error\n"
+
+
+def test_documented_hook_writes_what_only_its_account_can_change(sandbox):
+    sign_in(sandbox, "success", "alice", "CORP")
+    state = sandbox.path(SIGNIN_STATE)
+    modes = [stat.S_IMODE(path.stat().st_mode) for path in (state.parent, state)]
+    assert modes == [0o755, 0o644]
+    assert state.read_bytes() == b"success\nalice\nCORP\n"
+
+
+def test_cleared_outcome_is_gone(sandbox):
+    sign_in(sandbox, "success", "alice", "CORP")
+    sign_in(sandbox, "clear")
+    assert later_answers(sandbox) == ("", "", "")
+
+
+def test_user_is_whole_while_outcomes_come_and_go(sandbox):
+    sign_in(sandbox, "success", "alice", "CORP")
+    writer = sandbox.start("sh", "-c", "while :; do sh /tmp/signin-hook success alice CORP; "
+                                       "sh /tmp/signin-hook error bob LAB; echo; done")
+    wait_until(lambda: len(writer.lines) > 1, "the writer")
+    seen = sandbox.sh(f"for _ in $(seq 300); do {SIGNIN} user; done").lines
+    assert set(seen) == {"signin:alice:CORP:success", "signin:bob:LAB:error"}
+    assert len(seen) == 300
+
+
+@pytest.mark.parametrize("arguments", [
+    (), ("users",), ("",), ("user", "success"), ("user success",), ("-h",)])
+def test_other_arguments_are_refused(sandbox, arguments):
+    sign_in(sandbox, "success", "alice", "CORP")
+    process = sandbox.run(SIGNIN, *arguments)
+    assert (process.status, process.stdout, process.stderr) == (
+        2, "", f"Usage: {SIGNIN} success|error|user\n")
+
+
+# All of them
+
+@pytest.mark.parametrize("command, most", [
+    ([PERF], 0.6), ([USB], 0.1), ([SIGNIN, "user"], 0.1), ([SIGNIN, "success"], 0.1)],
+    ids=["perf", "usb-devices", "signin-user", "signin-success"])
+def test_script_is_quick(sandbox, command, most):
+    replace_sysfs_bus(sandbox)
+    for port in range(20):
+        plug(sandbox, f"1-{port}", **STICK)
+    sign_in(sandbox, "success", "alice", "CORP")
+    timed = ["bash", "-c", 'TIMEFORMAT=%R; time "$@" >/dev/null', "bash", *command]
+    # A machine that is busy may need several tries.
+    wait_until(lambda: float(sandbox.run(*timed).stderr) < most, f"a run of less than {most} s")
+
+
+@pytest.mark.parametrize("command", [[PERF], [USB], [SIGNIN, "user"], [SIGNIN, "success"]],
+                         ids=["perf", "usb-devices", "signin-user", "signin-success"])
+def test_script_leaves_no_process(sandbox, command):
+    sign_in(sandbox, "success", "alice", "CORP")
+    before = processes(sandbox)
+    output(sandbox, *command)
+    assert processes(sandbox) == before
+
+
+# With the service
+
+def start_service(sandbox, allowed, **settings):
+    sandbox.write_definitions(*(f"{event},X,Text,info" for event in allowed.split()))
+    sandbox.write_settings(**FORMAT, allowed=allowed, **settings)
+    return sandbox.start_listening_service()
+
+
+def test_service_reports_a_full_disk_once_and_goes_on(sandbox, udp_collector):
+    add_disk(sandbox, used="11M")
+    service = start_service(sandbox, "perf03 sys01", perfMon=1, diskThreshold=80)
+    assert udp_collector.wait_for(1) == [b"perf03 99.99% > 80.00%"]
+    sandbox.send("sys01")
+    assert udp_collector.wait_for(2)[1:] == [b"sys01 "]
+    assert service.is_running()
+
+
+def test_service_reports_devices_as_they_come_and_go(usb, udp_collector):
+    plug(usb, "1-1", **KEYBOARD)
+    start_service(usb, "sys05 sys06 sys07", usbDevMon=1)
+    udp_collector.wait_for(1)
+    plug(usb, "1-2", **STICK)
+    udp_collector.wait_for(2)
+    unplug(usb, "1-1")
+    assert udp_collector.wait_for(3) == [
+        b"sys05 046d:c31c Logitech USB Keyboard", f"sys06 {STICK_LINE[:-1]}".encode(),
+        b"sys07 046d:c31c Logitech USB Keyboard"]
+
+
+@pytest.mark.parametrize("outcome, domain, line", [
+    ("success", "CORP", b"sec03 alice/CORP"), ("success", "", b"sec03 alice"),
+    ("error", "CORP", b"sec04 alice/CORP")])
+def test_service_reports_a_sign_in(sandbox, udp_collector, outcome, domain, line):
+    sandbox.sh("cp /bin/sleep /tmp/horizon-client")
+    sandbox.start("/tmp/horizon-client", "3600")
+    start_service(sandbox, "sec03 sec04", vmwSigninMon=1)
+    sign_in(sandbox, outcome, "alice", domain)
+    assert udp_collector.wait_for(1) == [line]

@@ -300,7 +300,7 @@ def test_eleven_clients_that_wait_are_all_served(sandbox):
         for number, connection in enumerate(waiting):
             connection.sendall(b"id%d" % number)
             connection.close()
-    service.wait_for_line("> Received event", 11)
+    service.wait_for_line("Event [id10] () at 0")
     received = [line for line in service.lines if line.startswith("Event [")]
     assert received == [f"Event [id{number}] () at 0" for number in range(11)]
 

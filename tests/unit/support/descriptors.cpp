@@ -1,6 +1,9 @@
 #include "support/descriptors.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/close_range.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <iterator>
@@ -17,6 +20,11 @@ bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 bool IsCloseOnExec(int fd) {
   const int flags = fcntl(fd, F_GETFD);
   return flags != -1 && (flags & FD_CLOEXEC) != 0;
+}
+
+void CloseOpenDescriptorsOnExec() {
+  constexpr unsigned kFirst = STDERR_FILENO + 1;
+  EXPECT_EQ(close_range(kFirst, ~0U, CLOSE_RANGE_CLOEXEC), 0);
 }
 
 NoMoreDescriptors::NoMoreDescriptors() {

@@ -14,6 +14,10 @@ bool IsOpen(int fd);
 /// False also when the descriptor is not open.
 bool IsCloseOnExec(int fd);
 
+/// Lets no program see what the test's process has open now and had from its own start, the
+/// standard descriptors apart.
+void CloseOpenDescriptorsOnExec();
+
 /// While it lives, every call that would open a descriptor fails with EMFILE.
 class NoMoreDescriptors {
  public:

@@ -1,0 +1,124 @@
+#include "monitors/child_process.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/unique_fd.h"
+#include "support/descriptors.h"
+#include "support/files.h"
+#include "support/polling.h"
+#include "support/programs.h"
+
+namespace ov {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr char kScript[] = "/tmp/script.sh";
+constexpr milliseconds kShort{300};
+constexpr milliseconds kLong{20'000};
+
+QByteArray Read(std::string_view lines, milliseconds timeout) {
+  WriteScript(kScript, lines);
+  return ChildProcess(QLatin1String(kScript), {}).ReadUntilEnd(timeout);
+}
+
+bool HasNoChildren() { return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; }
+
+/// While it lives, only so many more descriptors can be opened.
+class FewMoreDescriptors {
+ public:
+  explicit FewMoreDescriptors(std::size_t count) {
+    do {
+      taken_.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    } while (taken_.back().IsOpen());
+    taken_.resize(taken_.size() - 1 - count);
+  }
+
+ private:
+  std::vector<UniqueFd> taken_;
+};
+
+TEST(ChildProcessTest, ReadingEndsWithTheProgram) {
+  QByteArray output;
+  EXPECT_LT(TimeOf([&] { output = Read("echo done", kLong); }), kLong);
+  EXPECT_EQ(output, "done\n");
+}
+
+TEST(ChildProcessTest, WhatCameInTimeIsReturned) {
+  EXPECT_EQ(Read("echo so far; exec sleep 60", kShort), "so far\n");
+}
+
+TEST(ChildProcessTest, ReadingTakesItsTimeAndNoMore) {
+  const milliseconds time = TimeOf([] { Read("exec sleep 60", kShort); });
+  EXPECT_GE(time, kShort);
+  EXPECT_LT(time, kLong);
+}
+
+TEST(ChildProcessTest, ProgramOutOfTimeIsKilledAndReaped) {
+  Read("trap '' TERM HUP INT; while :; do sleep 1; done", kShort);
+  EXPECT_TRUE(HasNoChildren());
+}
+
+TEST(ChildProcessTest, ProgramThatIsNotReadIsKilledAndReaped) {
+  WriteScript(kScript, "exec sleep 60");
+  { const ChildProcess unread(QLatin1String(kScript), {}); }
+  EXPECT_TRUE(HasNoChildren());
+}
+
+TEST(ChildProcessTest, FloodIsReadToTheLimitOnly) {
+  const int size = Read("exec yes", milliseconds{3'000}).size();
+  EXPECT_GT(size, kOutputLimit);
+  EXPECT_LE(size, kOutputLimit + 1024 * 1024);  // the most that a pipe holds
+}
+
+TEST(ChildProcessTest, FloodFromTheBackgroundDoesNotDelayTheEnd) {
+  EXPECT_LT(TimeOf([] { Read("yes & exit 0", kLong); }), kLong);
+}
+
+TEST(ChildProcessTest, BrokenPipeEndsTheProgramEvenIfTheServiceIgnoresIt) {
+  const auto before = std::signal(SIGPIPE, SIG_IGN);
+  const QByteArray ignored = Read("grep ^SigIgn: /proc/self/status | cut -f 2", kLong);
+  std::signal(SIGPIPE, before);
+  bool valid = false;
+  EXPECT_EQ(ignored.trimmed().toULongLong(&valid, 16) & (1U << (SIGPIPE - 1)), 0U);
+  EXPECT_TRUE(valid);
+}
+
+TEST(ChildProcessTest, InputIsOpenAndSilent) {
+  EXPECT_EQ(Read("read -r line && echo read; echo $?", kShort), "");
+}
+
+TEST(ChildProcessTest, WithoutDescriptorsNothingRuns) {
+  WriteScript(kScript, "echo run >/tmp/ran");
+  const NoMoreDescriptors none;
+  EXPECT_EQ(ChildProcess(QLatin1String(kScript), {}).ReadUntilEnd(kLong), "");
+  EXPECT_TRUE(HasNoChildren());
+}
+
+class ChildProcessDescriptorsTest : public testing::TestWithParam<std::size_t> {};
+
+// Two pipes take four, and the process one.
+INSTANTIATE_TEST_SUITE_P(Few, ChildProcessDescriptorsTest, testing::Range<std::size_t>(0, 5));
+
+TEST_P(ChildProcessDescriptorsTest, TooFewGiveNoOutputAndLeaveNothing) {
+  WriteScript(kScript, "exec sleep 60");
+  const std::size_t before = CountOpenDescriptors();
+  {
+    const FewMoreDescriptors few(GetParam());
+    ChildProcess process(QLatin1String(kScript), {});
+    EXPECT_LT(TimeOf([&] { EXPECT_EQ(process.ReadUntilEnd(kLong), ""); }), kLong);
+  }
+  EXPECT_TRUE(HasNoChildren());
+  EXPECT_EQ(CountOpenDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace ov

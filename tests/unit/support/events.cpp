@@ -1,0 +1,29 @@
+#include "support/events.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <ctime>
+
+#include "event/event_record.h"
+#include "service/event_queue.h"
+
+namespace ov {
+
+Events TakeEvents() {
+  constexpr std::int64_t kMinute = 60;
+  const std::int64_t now = std::time(nullptr);
+  Events events;
+  for (const EventRecord &record : g_eventQueue.TakeAll()) {
+    const std::string id(EventIdText(record));
+    const std::string values(EventValuesText(record));
+    EventRecord remade = MakeEventRecord(id.c_str(), values.c_str());
+    remade.time = record.time;
+    EXPECT_EQ(std::memcmp(&record, &remade, kEventRecordSize), 0) << id << " " << values;
+    EXPECT_TRUE(now - kMinute <= record.time && record.time <= now) << record.time;
+    events.emplace_back(id, values);
+  }
+  return events;
+}
+
+}  // namespace ov

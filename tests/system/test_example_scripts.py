@@ -387,8 +387,8 @@ def test_script_is_quick(sandbox, command, most):
         plug(sandbox, f"1-{port}", **STICK)
     sign_in(sandbox, "success", "alice", "CORP")
     timed = ["bash", "-c", 'TIMEFORMAT=%R; time "$@" >/dev/null', "bash", *command]
-    # A machine that is busy may need several tries.
-    wait_until(lambda: float(sandbox.run(*timed).stderr) < most, f"a run of less than {most} s")
+    # A machine that is busy may need many tries.
+    wait_until(lambda: float(sandbox.run(*timed).stderr) < most, f"a run of less than {most} s", 60)
 
 
 @pytest.mark.parametrize("command", [[PERF], [USB], [SIGNIN, "user"], [SIGNIN, "success"]],

@@ -307,7 +307,7 @@ def test_each_monitor_checks_once_a_period(sandbox, usb_script, signin_script, p
     assert 2.98 <= min(usb[1:]) < 4.9
     assert 2.98 <= min(gaps(noted_times(sandbox, "pgrep"))) < 4.9
     assert 4.98 <= min(gaps(noted_times(sandbox, "perf"))) < 6.9
-    assert 4.5 <= min(gaps(told)) < 6.9
+    assert 3.9 <= min(gaps(told)) < 6.9  # as seen from outside, which may be late
 
 
 # Events

@@ -97,7 +97,7 @@ disk() {
     IFS=' 
 '
     # shellcheck disable=SC2046 # three words a file system
-    set -- $(stat -f -c '%b %f %a' -- "$@" 2>/dev/null)
+    set -- $(stat -f -c '%b %f %a' "$@" 2>/dev/null)
     fullest=-1
     while [ $# -ge 3 ]; do
         set_hundredths $(($1 - $2)) $(($1 - $2 + $3)) && [ "$hundredths" -gt "$fullest" ] &&

@@ -133,7 +133,7 @@ def test_full_disk_stays_below_100(sandbox):
     "mount -o remount,ro /tmp/disk", "mount -o remount,bind,ro /tmp/disk",
     "umount /tmp/disk; cd /tmp/layers; mount -t overlay -o lowerdir=upper:lower o /tmp/disk",
     "umount /tmp/disk; mount --bind /tmp/layers /tmp/disk",
-    "mount -t tmpfs tmpfs /tmp/disk"],
+    "mount --bind /tmp/layers /tmp/disk"],
     ids=["read-only", "mounted-read-only", "no-writable-layer", "in-memory", "covered"])
 def test_full_file_system_that_does_not_count_is_ignored(sandbox, change):
     add_disk(sandbox, used="11M")
@@ -142,8 +142,9 @@ def test_full_file_system_that_does_not_count_is_ignored(sandbox, change):
     assert figure(sandbox, "disk") == pytest.approx(use_of_fullest(sandbox), abs=0.2)
 
 
-@pytest.mark.parametrize("name", ["a b", "a\tb", "a\\b", "a\\040b", "#1", "-n", "*", "\udcff", "é"])
+@pytest.mark.parametrize("name", ["a b", "a\tb", "a\\b", "a\\040b", "#1", "[ab]", "\udcff", "é"])
 def test_disk_at_an_odd_mount_point_counts(sandbox, name):
+    sandbox.path("/tmp/b").mkdir()
     add_disk(sandbox, used="11M", path=f"/tmp/{name}")
     assert figures(sandbox)["disk"] == "99.99"
 
@@ -233,10 +234,10 @@ def test_awkward_name_gives_one_clean_line(usb, name, shown):
 
 
 def test_long_line_ends_between_characters_within_an_event(usb):
-    plug(usb, "1-1", idVendor="1234", idProduct="5678", product="€" * 60)
-    assert output(usb, USB) == "1234:5678 " + "€" * 39 + "\n"
+    plug(usb, "1-1", idVendor="1234", idProduct="5678", product="é€" + "€" * 60)
+    assert output(usb, USB) == "1234:5678 é" + "€" * 38 + "\n"
     plug(usb, "1-2", idVendor="1234", idProduct="5678", product="x" * 200)
-    assert output(usb, USB) == "1234:5678 " + "x" * 117 + "\n1234:5678 " + "€" * 39 + "\n"
+    assert output(usb, USB) == "1234:5678 " + "x" * 117 + "\n1234:5678 é" + "€" * 38 + "\n"
 
 
 def test_devices_that_differ_only_behind_the_cut_are_two(usb):

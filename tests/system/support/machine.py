@@ -3,6 +3,7 @@
 import os
 import pathlib
 
+DISK_KINDS = ("ext4", "xfs", "btrfs", "vfat", "overlay")
 COMMA_LOCALE = """
 comment_char %
 escape_char /
@@ -35,12 +36,12 @@ def use_of(sandbox, path):
 
 
 def use_of_fullest(sandbox):
-    uses = [0.0]
+    """The use of the fullest file system that holds files on a disk and can be written to."""
+    seen = {}  # of mounts on one another the last is the one that is seen
     for mount in sandbox.path("/proc/1/mounts").read_text().splitlines():
         _, path, kind, options, *_ = mount.split(" ")
-        if kind in ("ext4", "xfs", "btrfs", "vfat", "overlay") and "rw" in options.split(","):
-            uses.append(use_of(sandbox, path))
-    return max(uses)
+        seen[path] = kind in DISK_KINDS and "rw" in options.split(",")
+    return max((use_of(sandbox, path) for path in seen if seen[path]), default=0.0)
 
 
 def processes(sandbox):

@@ -134,6 +134,12 @@ class Process:
         status = self._popen.returncode
         return 128 - status if status is not None and status < 0 else status
 
+    @property
+    def ended_by(self):
+        """The number of the signal that ended the process, or None."""
+        status = self._popen.returncode
+        return -status if status is not None and status < 0 else None
+
     def signal(self, number):
         os.kill(self.pid, number)
 

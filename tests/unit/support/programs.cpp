@@ -24,7 +24,9 @@ void WritePrintingScript(const std::string &path, std::string_view output) {
   WriteScript(path, "exec cat '" + path + ".output'\n");
 }
 
-FirstInPath::FirstInPath(const std::string &folder) : before_(std::getenv("PATH")) {
+FirstInPath::FirstInPath(const std::string &folder) {
+  const char *path = std::getenv("PATH");
+  before_ = path != nullptr ? path : "/usr/bin:/bin";
   std::filesystem::create_directories(folder);
   setenv("PATH", (folder + ":" + before_).c_str(), 1);
 }

@@ -1,5 +1,8 @@
 #include "base/standard_streams.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <QByteArray>
 #include <QString>
 #include <QtGlobal>
@@ -15,9 +18,19 @@ void WriteDiagnostic(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
   std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stderr);
 }
 
+// What is closed would be taken by the next socket, and lines would go there.
+void OpenMissingStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) == -1) {
+      open("/dev/null", O_RDWR);
+    }
+  }
+}
+
 }  // namespace
 
 void SetUpStandardStreams() {
+  OpenMissingStreams();
   std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   for (const char *variable : {"QT_LOGGING_RULES", "QT_LOGGING_CONF", "QT_FATAL_WARNINGS"}) {
     qunsetenv(variable);

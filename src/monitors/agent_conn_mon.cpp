@@ -1,10 +1,13 @@
 #include "monitors/agent_conn_mon.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <QDebug>
 #include <QFile>
-#include <QFileInfo>
 
 #include "base/text_file.h"
+#include "base/unique_fd.h"
 
 namespace ov {
 namespace {
@@ -47,10 +50,14 @@ void AgentConnMon::Report(const QString &status) const {
 }
 
 QString AgentConnMon::ReadAgentStatus() {
-  const QString path = QLatin1String(kAgentStatusPath);
-  QFile file(path);
   // Anyone may write to the folder: a pipe or a device there must not hold the monitor.
-  if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+  const UniqueFd descriptor(open(kAgentStatusPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  struct stat status {};
+  if (fstat(descriptor.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return {};
+  }
+  QFile file;
+  if (!file.open(descriptor.Get(), QIODevice::ReadOnly | QIODevice::Text)) {
     return {};
   }
   QString line;

@@ -23,6 +23,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// One that the kernel holds, or that may not be killed, is left behind in the end.
+constexpr std::chrono::seconds kKillTimeout{30};
+
 struct Pipe {
   UniqueFd read;
   UniqueFd write;
@@ -108,8 +111,15 @@ ChildProcess::ChildProcess(const QString &program, const QStringList &arguments)
 }
 
 ChildProcess::~ChildProcess() {
-  if (pid_ != 0 && waitpid(pid_, nullptr, WNOHANG) == 0) {
-    kill(pid_, SIGKILL);
+  if (pid_ == 0 || waitpid(pid_, nullptr, WNOHANG) != 0) {
+    return;
+  }
+  kill(pid_, SIGKILL);
+  if (process_.IsOpen()) {
+    pollfd ended{process_.Get(), POLLIN, 0};
+    poll(&ended, 1, std::chrono::milliseconds(kKillTimeout).count());
+    waitpid(pid_, nullptr, WNOHANG);
+  } else {
     waitpid(pid_, nullptr, 0);
   }
 }
@@ -122,8 +132,9 @@ QByteArray ChildProcess::ReadUntilEnd(std::chrono::milliseconds timeout) {
   const Clock::time_point deadline = Clock::now() + timeout;
   std::array<pollfd, 2> awaited{{{output_.Get(), POLLIN, 0}, {process_.Get(), POLLIN, 0}}};
   auto &[written, ended] = awaited;
-  while (ended.revents == 0) {
-    const int ready = poll(awaited.data(), awaited.size(), MillisecondsUntil(deadline));
+  while (true) {
+    const int left = MillisecondsUntil(deadline);
+    const int ready = poll(awaited.data(), awaited.size(), left);
     if (ready < 0 && errno == EINTR) {
       continue;
     }
@@ -133,6 +144,9 @@ QByteArray ChildProcess::ReadUntilEnd(std::chrono::milliseconds timeout) {
     // Also without word of it: the program may have written and ended since.
     if (!ReadAvailable(output_, output) || output.size() > kOutputLimit) {
       written.fd = -1;  // closed: only the end is left to wait for
+    }
+    if (ended.revents != 0 || left == 0) {
+      break;
     }
   }
   return output;

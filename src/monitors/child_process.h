@@ -24,7 +24,8 @@ class ChildProcess {
   /// cannot be started counts as one that has ended without output.
   ChildProcess(const QString &program, const QStringList &arguments);
 
-  /// Kills the program if it still runs, though not what it has started itself.
+  /// Kills the program if it still runs, though not what it has started itself. Waits up to 30
+  /// seconds for the end of one that does not die at once.
   ~ChildProcess();
 
   ChildProcess(const ChildProcess &) = delete;

@@ -22,7 +22,7 @@ class PerfMon final : public Monitor {
   void Init() override {}
   /// Reads the script's lines "cpu=", "mem=" and "disk=", in percent. One that is missing keeps
   /// the value of the check before. Ends the process if an event's values text is longer than 15
-  /// characters, which 100 percent is.
+  /// characters, as 100 percent over a threshold of 10 or more is.
   void Check() override;
   void Reserved() override {}
 

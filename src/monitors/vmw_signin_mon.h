@@ -31,8 +31,8 @@ class VmwSigninMon final : public Monitor {
 
   bool successAllowed_;
   bool errorAllowed_;
-  bool reported_ = false;  // in the present run of the client
-  QString userName_ = QStringLiteral("unknown");
+  bool reported_ = false;                         // in the present run of the client
+  QString userName_ = QStringLiteral("unknown");  // set once, and not looked at
 };
 
 }  // namespace ov

@@ -91,6 +91,17 @@ TEST_F(ChildProcessTest, FloodIsReadToTheLimitOnly) {
   EXPECT_LE(size, kOutputLimit + 1024 * 1024);  // the most that a pipe holds
 }
 
+TEST_F(ChildProcessTest, FloodIsNotReadPastTheTime) {
+  WriteScript(kScript, "exec yes");
+  ChildProcess process(QLatin1String(kScript), {});
+  QByteArray output;
+  EXPECT_TRUE(Eventually([&] {
+    output = process.ReadUntilEnd(milliseconds{0});
+    return !output.isEmpty();
+  }));
+  EXPECT_LE(output.size(), 64 * 1024);  // what a pipe holds, unless the program changes it
+}
+
 TEST_F(ChildProcessTest, FloodFromTheBackgroundDoesNotDelayTheEnd) {
   EXPECT_LT(TimeOf([] { Read("yes & exit 0", kLong); }), kLong);
 }

@@ -10,15 +10,8 @@
 #include "base/unique_fd.h"
 
 namespace ov {
-namespace {
-
-constexpr std::int32_t kPeriod = 5;  // seconds
-constexpr int kStatusLine = 3;       // counted from 1
-
-}  // namespace
-
 AgentConnMon::AgentConnMon(bool connectedAllowed, bool failureAllowed)
-    : Monitor(QStringLiteral("Secure Connection Monitor"), kPeriod),
+    : Monitor(QStringLiteral("Secure Connection Monitor"), kAgentPeriod),
       failureAllowed_(failureAllowed),
       connectedAllowed_(connectedAllowed) {}
 
@@ -61,7 +54,7 @@ QString AgentConnMon::ReadAgentStatus() {
     return {};
   }
   QString line;
-  for (int number = 1; number <= kStatusLine; ++number) {
+  for (int number = 1; number <= kAgentStatusLine; ++number) {
     if (!ReadLine(file, line)) {
       return {};
     }

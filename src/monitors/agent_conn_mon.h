@@ -3,12 +3,15 @@
 #pragma once
 
 #include <QString>
+#include <chrono>
 
 #include "monitors/monitor.h"
 
 namespace ov {
 
 constexpr char kAgentStatusPath[] = "/tmp/ovwsagentstatus";
+constexpr int kAgentStatusLine = 3;  // counted from 1
+constexpr std::chrono::seconds kAgentPeriod{5};
 
 /// Knows the status of the check before.
 class AgentConnMon final : public Monitor {

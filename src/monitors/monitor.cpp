@@ -23,7 +23,8 @@ void ReportError(const char *format, const QString &name, const char *call, int 
 
 }  // namespace
 
-Monitor::Monitor(const QString &name, std::int32_t period) : name_(name), period_(period) {
+Monitor::Monitor(const QString &name, std::chrono::seconds period)
+    : name_(name), period_(static_cast<std::int32_t>(period.count())) {
   sem_init(&requestCleared_, 0, 0);
 }
 

@@ -9,6 +9,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <chrono>
 #include <cstdint>
 
 namespace ov {
@@ -44,8 +45,8 @@ class Monitor {
   bool IsRunning() const { return thread_ != 0; }
 
  protected:
-  /// `period` is the pause between two checks, in seconds.
-  Monitor(const QString &name, std::int32_t period);
+  /// `period` is the pause between two checks.
+  Monitor(const QString &name, std::chrono::seconds period);
 
   /// For destructors: nothing that the thread uses may be released before it has ended.
   void StopIfRunning();

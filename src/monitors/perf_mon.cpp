@@ -10,16 +10,13 @@
 namespace ov {
 namespace {
 
-constexpr std::int32_t kPeriod = 5;           // seconds
-constexpr std::size_t kValuesTextLimit = 15;  // characters
-
 QByteArray ValuesText(float value, float threshold) {
-  std::array<char, kValuesTextLimit + 1> text{};
+  std::array<char, kPerfValuesLimit + 1> text{};
   const int length = std::snprintf(text.data(), text.size(), "%.2f%% > %.2f%%",
                                    static_cast<double>(value), static_cast<double>(threshold));
-  if (length < 0 || static_cast<std::size_t>(length) > kValuesTextLimit) {
+  if (length < 0 || static_cast<std::size_t>(length) > kPerfValuesLimit) {
     std::fprintf(stderr, "Performance values do not fit %zu characters: %.2f%% > %.2f%%\n",
-                 kValuesTextLimit, static_cast<double>(value), static_cast<double>(threshold));
+                 kPerfValuesLimit, static_cast<double>(value), static_cast<double>(threshold));
     std::abort();
   }
   return QByteArray(text.data());
@@ -29,7 +26,7 @@ QByteArray ValuesText(float value, float threshold) {
 
 PerfMon::PerfMon(bool cpuAllowed, bool memAllowed, bool diskAllowed, float cpuThreshold,
                  float memThreshold, float diskThreshold)
-    : Monitor(QStringLiteral("Performance Monitor"), kPeriod),
+    : Monitor(QStringLiteral("Performance Monitor"), kPerfPeriod),
       cpu_{cpuAllowed, cpuThreshold, 0, false},
       mem_{memAllowed, memThreshold, 0, false},
       disk_{diskAllowed, diskThreshold, 0, false} {}

@@ -2,13 +2,16 @@
 // reaches its threshold, and again only after it was below.
 #pragma once
 
-#include <cstdint>
+#include <chrono>
+#include <cstddef>
 
 #include "monitors/monitor.h"
 
 namespace ov {
 
 constexpr char kPerfScriptPath[] = "/usr/lib/orvan/ov-event-logger/perf.sh";
+constexpr std::size_t kPerfValuesLimit = 15;  // characters
+constexpr std::chrono::seconds kPerfPeriod{5};
 
 /// Knows of each resource its last reading, and whether that was reported.
 class PerfMon final : public Monitor {

@@ -5,14 +5,8 @@
 #include "monitors/script_runner.h"
 
 namespace ov {
-namespace {
-
-constexpr std::int32_t kPeriod = 3;  // seconds
-
-}  // namespace
-
 UsbDevMon::UsbDevMon(bool presentAllowed, bool addedAllowed, bool removedAllowed)
-    : Monitor(QStringLiteral("USB Device Monitor"), kPeriod),
+    : Monitor(QStringLiteral("USB Device Monitor"), kUsbPeriod),
       presentAllowed_(presentAllowed),
       addedAllowed_(addedAllowed),
       removedAllowed_(removedAllowed) {}

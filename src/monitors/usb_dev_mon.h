@@ -4,12 +4,14 @@
 
 #include <QSet>
 #include <QString>
+#include <chrono>
 
 #include "monitors/monitor.h"
 
 namespace ov {
 
 constexpr char kUsbScriptPath[] = "/usr/lib/orvan/ov-event-logger/usb-devices.sh";
+constexpr std::chrono::seconds kUsbPeriod{3};
 
 /// Knows the devices of the poll before.
 class UsbDevMon final : public Monitor {

@@ -8,9 +8,6 @@
 namespace ov {
 namespace {
 
-constexpr std::int32_t kPeriod = 3;  // seconds
-constexpr char kClientProcess[] = "horizon-client";
-
 QString RunSigninScript(const QString &word) {
   return RunScript(QLatin1String(kSigninScriptPath), {word});
 }
@@ -18,14 +15,14 @@ QString RunSigninScript(const QString &word) {
 }  // namespace
 
 VmwSigninMon::VmwSigninMon(bool successAllowed, bool errorAllowed)
-    : Monitor(QStringLiteral("Omnissa Signin Monitor"), kPeriod),
+    : Monitor(QStringLiteral("Omnissa Signin Monitor"), kSigninPeriod),
       successAllowed_(successAllowed),
       errorAllowed_(errorAllowed) {}
 
 void VmwSigninMon::Init() { reported_ = false; }
 
 void VmwSigninMon::Check() {
-  if (!IsProcessRunning(QLatin1String(kClientProcess))) {
+  if (!IsProcessRunning(QLatin1String(kSigninClient))) {
     reported_ = false;
     return;
   }

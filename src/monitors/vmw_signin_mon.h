@@ -3,12 +3,15 @@
 #pragma once
 
 #include <QString>
+#include <chrono>
 
 #include "monitors/monitor.h"
 
 namespace ov {
 
 constexpr char kSigninScriptPath[] = "/usr/lib/orvan/ov-event-logger/vmw-signin-status.sh";
+constexpr char kSigninClient[] = "horizon-client";
+constexpr std::chrono::seconds kSigninPeriod{3};
 
 /// Knows whether the present run of the client was reported.
 class VmwSigninMon final : public Monitor {

@@ -3,6 +3,7 @@
 
 #include <QString>
 #include <atomic>
+#include <chrono>
 #include <functional>
 
 #include "monitors/monitor.h"
@@ -13,7 +14,7 @@ class ProbeMonitor final : public Monitor {
  public:
   /// `period` in seconds.
   explicit ProbeMonitor(std::int32_t period = 0, const char *name = "Probe Monitor")
-      : Monitor(QString::fromUtf8(name), period) {}
+      : Monitor(QString::fromUtf8(name), std::chrono::seconds(period)) {}
   ~ProbeMonitor() override { StopIfRunning(); }
 
   using Monitor::RaiseEvent;

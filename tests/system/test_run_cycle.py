@@ -113,10 +113,11 @@ def test_listening_is_printed_before_the_socket_file_exists(sandbox):
 
 # What ends a start
 
+# The first three calls of fcntl look at the standard streams.
 SETUP_FAILURES = {
     "socket": ("socket:1:24", "Starting event server...\n", "socket: Too many open files\n"),
-    "get-flags": ("fcntl:1:22", "Starting event server...\n", "fcntl F_GETFL: Invalid argument\n"),
-    "set-flags": ("fcntl:2:22", "Starting event server...\n", "fcntl F_SETFL: Invalid argument\n"),
+    "get-flags": ("fcntl:4:22", "Starting event server...\n", "fcntl F_GETFL: Invalid argument\n"),
+    "set-flags": ("fcntl:5:22", "Starting event server...\n", "fcntl F_SETFL: Invalid argument\n"),
     "bind": ("bind:1:13", BOUND, "bind: Permission denied\n"),
     "listen": ("listen:1:95", BOUND, "listen: Operation not supported\n"),
     "thread": ("pthread_create:1:11", CYCLE + NO_HOST,

@@ -1,11 +1,9 @@
-"""The example scripts of the monitors: what they print, and what the service makes of it."""
+"""The example scripts of the monitors: what they print, and what the service makes of it. That of
+the sign-in monitor has a file of its own."""
 
 import os
 import pathlib
-import random
 import re
-import stat
-import time
 
 import pytest
 
@@ -14,11 +12,10 @@ from support.machine import (
 from support.polling import wait_until
 from support.sandbox import Sandbox
 from support.stand_ins import (
-    SCRIPTS, SIGNIN_STATE, USB_DEVICES, add_disk, add_hung_mount, install_scripts, plug, replace,
-    replace_command, replace_sysfs_bus, script, sign_in, unplug, write_state)
+    SCRIPTS, USB_DEVICES, add_disk, add_hung_mount, install_scripts, output, plug, replace,
+    replace_command, replace_sysfs_bus, script, sign_in, start_service_for, unplug)
 
 PERF, USB, SIGNIN = (script(f"{name}.sh") for name in ("perf", "usb-devices", "vmw-signin-status"))
-FORMAT = {"host": "127.0.0.1", "port": 5514, "formatString": "[ID] [VAL]"}
 KEYBOARD = {"idVendor": "046d", "idProduct": "c31c", "manufacturer": "Logitech",
             "product": "USB Keyboard", "bDeviceClass": "00", "removable": "removable"}
 KEYBOARD_LINE = "046d:c31c Logitech USB Keyboard\n"
@@ -34,13 +31,6 @@ def sandbox():
     install_scripts(box)
     yield box
     box.close()
-
-
-def output(sandbox, *command, env=None):
-    """What a script prints; it must end well and complain of nothing."""
-    process = sandbox.run(*command, env=env)
-    assert (process.status, process.stderr) == (0, "")
-    return process.stdout
 
 
 def figures(sandbox, env=None):
@@ -270,113 +260,6 @@ def test_this_machines_own_devices_have_a_line_each(sandbox):
     assert [line[:9] for line in output(sandbox, USB).splitlines()] == expected
 
 
-# vmw-signin-status.sh
-
-def answers(sandbox, env=None):
-    """What the script prints for each of its words."""
-    return tuple(output(sandbox, SIGNIN, word, env=env) for word in ("user", "success", "error"))
-
-
-def later_answers(sandbox):
-    """The same once the outcome is old enough to count."""
-    return answers(sandbox, replace_command(sandbox, "date", "echo 99999999999"))
-
-
-@pytest.mark.parametrize("state, expected", [
-    (b"success\nalice\nCORP\n", ("signin:alice:CORP:success\n", "success\n", "")),
-    (b"error\nbob\nLAB\n", ("signin:bob:LAB:error\n", "", "error\n")),
-    (b"success\nalice\n\n", ("signin:alice: :success\n", "success\n", "")),
-    (b"success\nalice\n \n", ("signin:alice: :success\n", "success\n", "")),
-    (b"error\n\n\n", ("signin:unknown: :error\n", "", "error\n")),
-    (b"success\n  \nCORP\n", ("signin:unknown:CORP:success\n", "success\n", "")),
-    (b"success\n al ice  \n COR P \n", ("signin:al ice:COR P:success\n", "success\n", "")),
-    (b"success\na:b::/c\nD:E/F\n", ("signin:a_b___c:D_E_F:success\n", "success\n", "")),
-    (b"success\n::\n:\n", ("signin:__:_:success\n", "success\n", "")),
-    (b"success\na\0b\x1b[2J\rc\x7f\n\t\n", ("signin:a_b_[2J_c_:_:success\n", "success\n", "")),
-    (b"success\n$(id)`id`'\"\\n%s*\n~\n",
-     ("signin:$(id)`id`'\"\\n%s*:~:success\n", "success\n", "")),
-    ("success\nJosé\nBüro\n".encode(), ("signin:José:Büro:success\n", "success\n", "")),
-    (b"success\nalice\nCORP\nmore\n" + b"x" * 100000,
-     ("signin:alice:CORP:success\n", "success\n", ""))],
-    ids=["success", "error", "no-domain", "blank-domain", "no-names", "blank-user", "blanks",
-         "colons-and-slashes", "colons-only", "control-characters", "shell-code", "utf-8", "more"])
-def test_outcome_is_told_to_each_word(sandbox, state, expected):
-    write_state(sandbox, state)
-    assert later_answers(sandbox) == expected
-
-
-@pytest.mark.parametrize("state", [
-    b"", b"\n\n\n", b"success", b"success\n", b"success\nalice\n", b"success\nalice\nCO",
-    b"Success\nalice\nCORP\n", b"success \nalice\nCORP\n", b"success\r\nalice\r\nCORP\r\n",
-    b"succ\0ess\nalice\nCORP\n", b"failed\nalice\nCORP\n", b"success\n" + b"x" * 5000 + b"\nCORP\n",
-    b"\0" * 100000,
-    random.Random(1).randbytes(4096).replace(b"success", b"").replace(b"error", b"")],
-    ids=["empty", "no-outcome", "word", "line", "two-lines", "half-a-line", "capital", "blank",
-         "carriage-returns", "nul", "other-outcome", "long-line", "zeros", "random"])
-def test_state_that_tells_no_outcome_gives_nothing(sandbox, state):
-    write_state(sandbox, state)
-    assert later_answers(sandbox) == ("", "", "")
-
-
-@pytest.mark.parametrize("make", [
-    ":", f"mkdir -p {SIGNIN_STATE}", f"mkdir {SIGNIN_STATE[:-7]}; mkfifo {SIGNIN_STATE}",
-    f"mkdir {SIGNIN_STATE[:-7]}; printf 'success\\na\\nb\\n' >/tmp/s; ln -s /tmp/s {SIGNIN_STATE}",
-    f"mkdir {SIGNIN_STATE[:-7]}; truncate -s 100G {SIGNIN_STATE}"],
-    ids=["nothing", "folder", "pipe", "link", "huge"])
-def test_what_is_no_state_file_gives_nothing(sandbox, make):
-    sandbox.sh(make)
-    assert later_answers(sandbox) == ("", "", "")
-
-
-def test_outcome_counts_from_its_second_second_on(sandbox):
-    started = time.time()
-    sign_in(sandbox, "success", "alice", "CORP")
-    at_once = answers(sandbox)
-    if time.time() - started < 1:
-        assert at_once == ("signin:alice:CORP:success\n", "", "")
-    wait_until(lambda: output(sandbox, SIGNIN, "success") == "success\n", "the outcome")
-    assert time.time() - started > 1
-
-
-def test_outcome_from_before_the_clock_was_set_back_counts(sandbox):
-    sign_in(sandbox, "error", "alice", "CORP")
-    earlier = replace_command(sandbox, "date", "echo 1000")
-    assert output(sandbox, SIGNIN, "error", env=earlier) == "error\n"
-
-
-def test_documented_hook_writes_what_only_its_account_can_change(sandbox):
-    sign_in(sandbox, "success", "alice", "CORP")
-    state = sandbox.path(SIGNIN_STATE)
-    modes = [stat.S_IMODE(path.stat().st_mode) for path in (state.parent, state)]
-    assert modes == [0o755, 0o644]
-    assert state.read_bytes() == b"success\nalice\nCORP\n"
-
-
-def test_cleared_outcome_is_gone(sandbox):
-    sign_in(sandbox, "success", "alice", "CORP")
-    sign_in(sandbox, "clear")
-    assert later_answers(sandbox) == ("", "", "")
-
-
-def test_user_is_whole_while_outcomes_come_and_go(sandbox):
-    sign_in(sandbox, "success", "alice", "CORP")
-    writer = sandbox.start("sh", "-c", "while :; do sh /tmp/signin-hook success alice CORP; "
-                                       "sh /tmp/signin-hook error bob LAB; echo; done")
-    wait_until(lambda: len(writer.lines) > 1, "the writer")
-    seen = sandbox.sh(f"for _ in $(seq 80); do {SIGNIN} user; done").lines
-    assert set(seen) == {"signin:alice:CORP:success", "signin:bob:LAB:error"}
-    assert len(seen) == 80
-
-
-@pytest.mark.parametrize("arguments", [
-    (), ("users",), ("",), ("user", "success"), ("user success",), ("-h",)])
-def test_other_arguments_are_refused(sandbox, arguments):
-    sign_in(sandbox, "success", "alice", "CORP")
-    process = sandbox.run(SIGNIN, *arguments)
-    assert (process.status, process.stdout, process.stderr) == (
-        2, "", f"Usage: {SIGNIN} success|error|user\n")
-
-
 # All of them
 
 @pytest.mark.parametrize("command, pauses", [
@@ -407,15 +290,9 @@ def test_script_leaves_no_process(sandbox, command):
 
 # With the service
 
-def start_service(sandbox, allowed, **settings):
-    sandbox.write_definitions(*(f"{event},X,Text,info" for event in allowed.split()))
-    sandbox.write_settings(**FORMAT, allowed=allowed, **settings)
-    return sandbox.start_listening_service()
-
-
 def test_service_reports_a_full_disk_once_and_goes_on(sandbox, udp_collector):
     add_disk(sandbox, used="11M")
-    service = start_service(sandbox, "perf03 sys01", perfMon=1, diskThreshold=80)
+    service = start_service_for(sandbox, "perf03 sys01", perfMon=1, diskThreshold=80)
     assert udp_collector.wait_for(1) == [b"perf03 99.99% > 80.00%"]
     sandbox.send("sys01")
     assert udp_collector.wait_for(2)[1:] == [b"sys01 "]
@@ -424,7 +301,7 @@ def test_service_reports_a_full_disk_once_and_goes_on(sandbox, udp_collector):
 
 def test_service_reports_devices_as_they_come_and_go(usb, udp_collector):
     plug(usb, "1-1", **KEYBOARD)
-    start_service(usb, "sys05 sys06 sys07", usbDevMon=1)
+    start_service_for(usb, "sys05 sys06 sys07", usbDevMon=1)
     udp_collector.wait_for(1)
     plug(usb, "1-2", **STICK)
     udp_collector.wait_for(2)
@@ -432,14 +309,3 @@ def test_service_reports_devices_as_they_come_and_go(usb, udp_collector):
     assert udp_collector.wait_for(3) == [
         b"sys05 046d:c31c Logitech USB Keyboard", f"sys06 {STICK_LINE[:-1]}".encode(),
         b"sys07 046d:c31c Logitech USB Keyboard"]
-
-
-@pytest.mark.parametrize("outcome, domain, line", [
-    ("success", "CORP", b"sec03 alice/CORP"), ("success", "", b"sec03 alice"),
-    ("error", "CORP", b"sec04 alice/CORP")])
-def test_service_reports_a_sign_in(sandbox, udp_collector, outcome, domain, line):
-    sandbox.sh("cp /bin/sleep /tmp/horizon-client")
-    sandbox.start("/tmp/horizon-client", "3600")
-    start_service(sandbox, "sec03 sec04", vmwSigninMon=1)
-    sign_in(sandbox, outcome, "alice", domain)
-    assert udp_collector.wait_for(1) == [line]

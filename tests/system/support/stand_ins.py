@@ -4,6 +4,7 @@ import shlex
 
 from .sandbox import REPOSITORY
 
+FORMAT = {"host": "127.0.0.1", "port": 5514, "formatString": "[ID] [VAL]"}
 SCRIPTS = REPOSITORY / "examples/scripts"
 SCRIPT_FOLDER = "/usr/lib/orvan/ov-event-logger"
 USB_DEVICES = "/sys/bus/usb/devices"
@@ -111,3 +112,17 @@ def write_state(sandbox, content):
     state = sandbox.path(SIGNIN_STATE)
     state.parent.mkdir(exist_ok=True)
     state.write_bytes(content)
+
+
+def output(sandbox, *command, env=None):
+    """What a script prints; it must end well and complain of nothing."""
+    process = sandbox.run(*command, env=env)
+    assert (process.status, process.stderr) == (0, "")
+    return process.stdout
+
+
+def start_service_for(sandbox, allowed, **settings):
+    """A service that may forward these events, which it describes as it likes."""
+    sandbox.write_definitions(*(f"{event},X,Text,info" for event in allowed.split()))
+    sandbox.write_settings(**FORMAT, allowed=allowed, **settings)
+    return sandbox.start_listening_service()

@@ -1,0 +1,139 @@
+"""The example script of the sign-in monitor: what it prints, and what the service makes of it."""
+
+import random
+import stat
+import time
+
+import pytest
+
+from support.polling import wait_until
+from support.sandbox import Sandbox
+from support.stand_ins import (
+    SCRIPTS, SIGNIN_STATE, install_scripts, output, replace_command, script, sign_in,
+    start_service_for, write_state)
+
+SIGNIN = script("vmw-signin-status.sh")
+
+
+@pytest.fixture
+def sandbox():
+    box = Sandbox(keep=[SCRIPTS])
+    install_scripts(box)
+    yield box
+    box.close()
+
+
+def answers(sandbox, env=None):
+    """What the script prints for each of its words."""
+    return tuple(output(sandbox, SIGNIN, word, env=env) for word in ("user", "success", "error"))
+
+
+def later_answers(sandbox):
+    """The same once the outcome is old enough to count."""
+    return answers(sandbox, replace_command(sandbox, "date", "echo 99999999999"))
+
+
+@pytest.mark.parametrize("state, expected", [
+    (b"success\nalice\nCORP\n", ("signin:alice:CORP:success\n", "success\n", "")),
+    (b"error\nbob\nLAB\n", ("signin:bob:LAB:error\n", "", "error\n")),
+    (b"success\nalice\n\n", ("signin:alice: :success\n", "success\n", "")),
+    (b"success\nalice\n \n", ("signin:alice: :success\n", "success\n", "")),
+    (b"error\n\n\n", ("signin:unknown: :error\n", "", "error\n")),
+    (b"success\n  \nCORP\n", ("signin:unknown:CORP:success\n", "success\n", "")),
+    (b"success\n al ice  \n COR P \n", ("signin:al ice:COR P:success\n", "success\n", "")),
+    (b"success\na:b::/c\nD:E/F\n", ("signin:a_b___c:D_E_F:success\n", "success\n", "")),
+    (b"success\n::\n:\n", ("signin:__:_:success\n", "success\n", "")),
+    (b"success\na\0b\x1b[2J\rc\x7f\n\t\n", ("signin:a_b_[2J_c_:_:success\n", "success\n", "")),
+    (b"success\n$(id)`id`'\"\\n%s*\n~\n",
+     ("signin:$(id)`id`'\"\\n%s*:~:success\n", "success\n", "")),
+    ("success\nJosé\nBüro\n".encode(), ("signin:José:Büro:success\n", "success\n", "")),
+    (b"success\nalice\nCORP\nmore\n" + b"x" * 100000,
+     ("signin:alice:CORP:success\n", "success\n", ""))],
+    ids=["success", "error", "no-domain", "blank-domain", "no-names", "blank-user", "blanks",
+         "colons-and-slashes", "colons-only", "control-characters", "shell-code", "utf-8", "more"])
+def test_outcome_is_told_to_each_word(sandbox, state, expected):
+    write_state(sandbox, state)
+    assert later_answers(sandbox) == expected
+
+
+@pytest.mark.parametrize("state", [
+    b"", b"\n\n\n", b"success", b"success\n", b"success\nalice\n", b"success\nalice\nCO",
+    b"Success\nalice\nCORP\n", b"success \nalice\nCORP\n", b"success\r\nalice\r\nCORP\r\n",
+    b"succ\0ess\nalice\nCORP\n", b"failed\nalice\nCORP\n", b"success\n" + b"x" * 5000 + b"\nCORP\n",
+    b"\0" * 100000,
+    random.Random(1).randbytes(4096).replace(b"success", b"").replace(b"error", b"")],
+    ids=["empty", "no-outcome", "word", "line", "two-lines", "half-a-line", "capital", "blank",
+         "carriage-returns", "nul", "other-outcome", "long-line", "zeros", "random"])
+def test_state_that_tells_no_outcome_gives_nothing(sandbox, state):
+    write_state(sandbox, state)
+    assert later_answers(sandbox) == ("", "", "")
+
+
+@pytest.mark.parametrize("make", [
+    ":", f"mkdir -p {SIGNIN_STATE}", f"mkdir {SIGNIN_STATE[:-7]}; mkfifo {SIGNIN_STATE}",
+    f"mkdir {SIGNIN_STATE[:-7]}; printf 'success\\na\\nb\\n' >/tmp/s; ln -s /tmp/s {SIGNIN_STATE}",
+    f"mkdir {SIGNIN_STATE[:-7]}; truncate -s 100G {SIGNIN_STATE}"],
+    ids=["nothing", "folder", "pipe", "link", "huge"])
+def test_what_is_no_state_file_gives_nothing(sandbox, make):
+    sandbox.sh(make)
+    assert later_answers(sandbox) == ("", "", "")
+
+
+def test_outcome_counts_from_its_second_second_on(sandbox):
+    started = time.time()
+    sign_in(sandbox, "success", "alice", "CORP")
+    at_once = answers(sandbox)
+    if time.time() - started < 1:
+        assert at_once == ("signin:alice:CORP:success\n", "", "")
+    wait_until(lambda: output(sandbox, SIGNIN, "success") == "success\n", "the outcome")
+    assert time.time() - started > 1
+
+
+def test_outcome_from_before_the_clock_was_set_back_counts(sandbox):
+    sign_in(sandbox, "error", "alice", "CORP")
+    earlier = replace_command(sandbox, "date", "echo 1000")
+    assert output(sandbox, SIGNIN, "error", env=earlier) == "error\n"
+
+
+def test_documented_hook_writes_what_only_its_account_can_change(sandbox):
+    sign_in(sandbox, "success", "alice", "CORP")
+    state = sandbox.path(SIGNIN_STATE)
+    modes = [stat.S_IMODE(path.stat().st_mode) for path in (state.parent, state)]
+    assert modes == [0o755, 0o644]
+    assert state.read_bytes() == b"success\nalice\nCORP\n"
+
+
+def test_cleared_outcome_is_gone(sandbox):
+    sign_in(sandbox, "success", "alice", "CORP")
+    sign_in(sandbox, "clear")
+    assert later_answers(sandbox) == ("", "", "")
+
+
+def test_user_is_whole_while_outcomes_come_and_go(sandbox):
+    sign_in(sandbox, "success", "alice", "CORP")
+    writer = sandbox.start("sh", "-c", "while :; do sh /tmp/signin-hook success alice CORP; "
+                                       "sh /tmp/signin-hook error bob LAB; echo; done")
+    wait_until(lambda: len(writer.lines) > 1, "the writer")
+    seen = sandbox.sh(f"for _ in $(seq 80); do {SIGNIN} user; done").lines
+    assert set(seen) == {"signin:alice:CORP:success", "signin:bob:LAB:error"}
+    assert len(seen) == 80
+
+
+@pytest.mark.parametrize("arguments", [
+    (), ("users",), ("",), ("user", "success"), ("user success",), ("-h",)])
+def test_other_arguments_are_refused(sandbox, arguments):
+    sign_in(sandbox, "success", "alice", "CORP")
+    process = sandbox.run(SIGNIN, *arguments)
+    assert (process.status, process.stdout, process.stderr) == (
+        2, "", f"Usage: {SIGNIN} success|error|user\n")
+
+
+@pytest.mark.parametrize("outcome, domain, line", [
+    ("success", "CORP", b"sec03 alice/CORP"), ("success", "", b"sec03 alice"),
+    ("error", "CORP", b"sec04 alice/CORP")])
+def test_service_reports_a_sign_in(sandbox, udp_collector, outcome, domain, line):
+    sandbox.sh("cp /bin/sleep /tmp/horizon-client")
+    sandbox.start("/tmp/horizon-client", "3600")
+    start_service_for(sandbox, "sec03 sec04", vmwSigninMon=1)
+    sign_in(sandbox, outcome, "alice", domain)
+    assert udp_collector.wait_for(1) == [line]

@@ -188,7 +188,7 @@ TEST_F(VmwSigninMonTest, OutcomeIsReportedOncePerRunOfTheClient) {
   EXPECT_EQ(TakeCalls(), "pgrep horizon-client\n");
 }
 
-TEST_F(VmwSigninMonTest, ErrorToo) {
+TEST_F(VmwSigninMonTest, ErrorIsReportedOncePerRunOfTheClientToo) {
   Answer("error", "bad\n");
   EXPECT_EQ(Check(monitor_), kError);
   Answer("success", "ok\n");

@@ -161,7 +161,7 @@ def monitoring_service():
     with service(expected_threads=6) as pid:
         read_mapped_files(pid)
     with collector("udp") as sink, service(expected_threads=6) as pid, \
-            running(PROGRAMS / "idle_floor", "/tmp/idle-floor", SETTINGS, PLATFORM) as floor:
+            running(PROGRAMS / "idle_floor", "/tmp/monitors-floor", SETTINGS, PLATFORM) as floor:
         raise_a_few_events(sink)
         yield pid, floor.pid
 

@@ -136,14 +136,14 @@ class ChildProcessDescriptorsTest : public ChildProcessTest,
 // Two pipes take four, and the process one.
 INSTANTIATE_TEST_SUITE_P(Few, ChildProcessDescriptorsTest, testing::Range<std::size_t>(0, 5));
 
-TEST_P(ChildProcessDescriptorsTest, TooFewGiveNoOutputAndLeaveNothing) {
+TEST_P(ChildProcessDescriptorsTest, TooFewGiveNoOutputAtOnceAndLeaveNothing) {
   WriteScript(kScript, "exec sleep 60");
   const std::size_t before = CountOpenDescriptors();
-  {
-    const FewMoreDescriptors few(GetParam());
-    ChildProcess process(QLatin1String(kScript), {});
-    EXPECT_LT(TimeOf([&] { EXPECT_EQ(process.ReadUntilEnd(kLong), ""); }), kLong);
-  }
+  EXPECT_LT(TimeOf([] {
+              const FewMoreDescriptors few(GetParam());
+              EXPECT_EQ(ChildProcess(QLatin1String(kScript), {}).ReadUntilEnd(kLong), "");
+            }),
+            kLong);
   EXPECT_TRUE(HasNoChildren());
   EXPECT_EQ(CountOpenDescriptors(), before);
 }

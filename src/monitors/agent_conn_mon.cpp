@@ -10,6 +10,7 @@
 #include "base/unique_fd.h"
 
 namespace ov {
+
 AgentConnMon::AgentConnMon(bool connectedAllowed, bool failureAllowed)
     : Monitor(QStringLiteral("Secure Connection Monitor"), kAgentPeriod),
       failureAllowed_(failureAllowed),

@@ -5,6 +5,7 @@
 #include "monitors/script_runner.h"
 
 namespace ov {
+
 UsbDevMon::UsbDevMon(bool presentAllowed, bool addedAllowed, bool removedAllowed)
     : Monitor(QStringLiteral("USB Device Monitor"), kUsbPeriod),
       presentAllowed_(presentAllowed),

@@ -19,6 +19,7 @@ FALLBACK_DEFINITIONS = "/tmp/ov-event-def.csv"
 SETTINGS = "/tmp/ov-event-logger.ini"
 SERVICE_SOCKET = "/tmp/ov-events"
 RECORD_SIZE = 144
+PASSED_ON = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LLVM_PROFILE_FILE")
 
 
 class Sandbox:
@@ -50,8 +51,11 @@ class Sandbox:
         return pathlib.Path(f"/proc/{self._init}/root{inside}")
 
     def start(self, *command, env=None, **kwargs):
-        """Starts a program in the sandbox, with nothing in its environment but PATH and `env`."""
-        environment = {"PATH": os.environ["PATH"], **(env or {})}
+        """Starts a program in the sandbox, with nothing in its environment but PATH, `env` and what
+        steers a build for measurements."""
+        environment = {"PATH": os.environ["PATH"],
+                       **{name: os.environ[name] for name in PASSED_ON if name in os.environ},
+                       **(env or {})}
         # env(1) sets the environment: a library to preload exists in the sandbox only, and is
         # meant for the program and not for nsenter.
         process = Process(

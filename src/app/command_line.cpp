@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <new>
 #include <string_view>
 
 #include "app/client_sender.h"
@@ -37,6 +38,12 @@ void CloseInheritedDescriptorsOnExec() {
   close_range(STDERR_FILENO + 1, std::numeric_limits<unsigned>::max(), CLOSE_RANGE_CLOEXEC);
 }
 
+// Left to throw, a failed allocation could end in a crash inside a library.
+[[noreturn]] void EndWithoutMemory() {
+  std::fputs("Out of memory\n", stderr);
+  std::abort();
+}
+
 [[noreturn]] void RunService() {
   // One heap for all threads: they rarely meet in it, and each further one would stay resident.
   mallopt(M_ARENA_MAX, 1);
@@ -52,6 +59,7 @@ void CloseInheritedDescriptorsOnExec() {
 }  // namespace
 
 int RunCommandLine(int argc, char *argv[]) {
+  std::set_new_handler(EndWithoutMemory);
   SetUpStandardStreams();
   if (argc < 2) {
     return FailWithUsage(argc > 0 ? argv[0] : "");

@@ -13,7 +13,10 @@ bool ReadLine(QFile &file, QString &line) {
     bytes.chop(1);
   }
   // Text mode leaves a carriage return that does not stand before a line feed.
-  line = QString::fromUtf8(bytes.constData(), bytes.size()).remove(QLatin1Char('\r'));
+  if (bytes.contains('\r')) {
+    bytes.replace('\r', "");
+  }
+  line = QString::fromUtf8(bytes.constData(), bytes.size());
   return true;
 }
 

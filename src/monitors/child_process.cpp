@@ -54,9 +54,10 @@ pid_t Spawn(const QString &program, const QStringList &arguments, const Pipe &in
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, input.read.Get(), STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, output.write.Get(), STDOUT_FILENO);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  const bool redirected =
+      posix_spawn_file_actions_adddup2(&actions, input.read.Get(), STDIN_FILENO) == 0 &&
+      posix_spawn_file_actions_adddup2(&actions, output.write.Get(), STDOUT_FILENO) == 0 &&
+      posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0) == 0;
   // Scripts rely on a broken pipe ending them, whatever whoever started the service ignores.
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
@@ -66,7 +67,8 @@ pid_t Spawn(const QString &program, const QStringList &arguments, const Pipe &in
   posix_spawnattr_setsigdefault(&attributes, &defaulted);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
   pid_t pid = 0;
-  if (posix_spawnp(&pid, pointers[0], &actions, &attributes, pointers.data(), environ) != 0) {
+  if (!redirected ||
+      posix_spawnp(&pid, pointers[0], &actions, &attributes, pointers.data(), environ) != 0) {
     pid = 0;
   }
   posix_spawnattr_destroy(&attributes);
@@ -117,10 +119,10 @@ ChildProcess::~ChildProcess() {
   kill(pid_, SIGKILL);
   if (process_.IsOpen()) {
     pollfd ended{process_.Get(), POLLIN, 0};
-    poll(&ended, 1, std::chrono::milliseconds(kKillTimeout).count());
+    TEMP_FAILURE_RETRY(poll(&ended, 1, std::chrono::milliseconds(kKillTimeout).count()));
     waitpid(pid_, nullptr, WNOHANG);
   } else {
-    waitpid(pid_, nullptr, 0);
+    TEMP_FAILURE_RETRY(waitpid(pid_, nullptr, 0));
   }
 }
 

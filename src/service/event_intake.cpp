@@ -23,7 +23,7 @@ ssize_t ReadRecord(int connection, EventRecord &record) {
   }
   constexpr int kTimeout = std::chrono::milliseconds(kIntakeTimeout).count();
   pollfd readable{connection, POLLIN, 0};
-  if (poll(&readable, 1, kTimeout) == 0) {
+  if (TEMP_FAILURE_RETRY(poll(&readable, 1, kTimeout)) == 0) {
     // From here on a late write fails in the client, and what came before it is still read.
     shutdown(connection, SHUT_RD);
     errno = ETIMEDOUT;

@@ -43,6 +43,10 @@ TEST(TextFileTest, CarriageReturnsAreDropped) {
   EXPECT_EQ(LinesOf("a\r\nb\r\r\nc\rd\n\re"), List({"a", "b", "cd", "e"}));
 }
 
+TEST(TextFileTest, CarriageReturnBetweenTheBytesOfACharacterIsDropped) {
+  EXPECT_EQ(LinesOf("\xDF\r\x87\n"), List({"\u07C7"}));
+}
+
 TEST(TextFileTest, ByteOrderMarkIsDropped) {
   EXPECT_EQ(LinesOf("\xEF\xBB\xBF#a\nb\n"), List({"#a", "b"}));
 }

@@ -2,9 +2,9 @@
  * so that it holds wherever they run.
  *
  * The two stop requests are plain variables on purpose. Whoever stops a thread writes while the
- * thread may read, and the join that follows orders everything else. Only a race in which that write
- * (or, in a monitor, the read of the thread's handle beside it) is one of the two accesses is passed
- * over. */
+ * thread may read, and the join that follows orders everything else. Only a race in which that
+ * write (or, in a monitor, the read of the thread's handle beside it) is one of the two accesses is
+ * passed over. */
 const char *__tsan_default_suppressions(void);
 
 const char *__tsan_default_suppressions(void) {

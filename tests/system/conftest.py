@@ -5,6 +5,15 @@ from support.monitors import Script
 from support.sandbox import Sandbox
 
 
+def pytest_configure(config):
+    config.addinivalue_line("markers", "slow: takes ten seconds or more, whatever the machine")
+
+
+def pytest_collection_modifyitems(items):
+    """The slow ones first, so that the others run beside them."""
+    items.sort(key=lambda item: item.get_closest_marker("slow") is None)
+
+
 @pytest.fixture
 def sandbox():
     box = Sandbox()

@@ -115,6 +115,7 @@ def test_client_tries_again_after_a_socket_file_that_refuses(sandbox):
     assert client.wait() == 0
 
 
+@pytest.mark.slow
 @pytest.mark.parametrize("file_exists, error", [
     (False, "connect: No such file or directory\n"), (True, "connect: Connection refused\n")],
     ids=["missing", "refusing"])
@@ -129,6 +130,7 @@ def test_client_without_a_service_gives_up_after_30_seconds(sandbox, file_exists
     assert client.stderr == error
 
 
+@pytest.mark.slow
 @pytest.mark.parametrize("failures, status, error", [
     (29, 0, ""), (30, 1, "connect: Permission denied\n")])
 def test_client_makes_thirty_attempts_a_second_apart(sandbox, failures, status, error):

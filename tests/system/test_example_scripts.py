@@ -299,6 +299,7 @@ def test_service_reports_a_full_disk_once_and_goes_on(sandbox, udp_collector):
     assert service.is_running()
 
 
+@pytest.mark.slow
 def test_service_reports_devices_as_they_come_and_go(usb, udp_collector):
     plug(usb, "1-1", **KEYBOARD)
     start_service_for(usb, "sys05 sys06 sys07", usbDevMon=1)

@@ -292,6 +292,7 @@ def test_service_that_ends_for_want_of_a_processing_thread_stops_no_monitor(sand
 
 # Periods
 
+@pytest.mark.slow
 def test_each_monitor_checks_once_a_period(sandbox, usb_script, signin_script, perf_script):
     sandbox.path("/tmp/bin").mkdir()
     for name, script in {"usb": usb_script, "perf": perf_script,

@@ -93,6 +93,7 @@ def test_reading_ends_at_the_first_nul(sandbox, udp_collector, perf_script):
 
 # Scripts that take too long
 
+@pytest.mark.slow
 @pytest.mark.parametrize("ending", [
     "trap '' TERM; while :; do sleep 1; done", "exec >&-; sleep 1000", "kill -STOP $$", "cat",
     "sleep 1000"],
@@ -112,6 +113,7 @@ def test_script_is_ended_after_half_a_minute_and_its_output_so_far_used(
     assert sorted(events) == [b"sys05 us", b"sys05 usb1"]
 
 
+@pytest.mark.slow
 def test_status_that_was_printed_counts_when_the_script_took_too_long(
         sandbox, udp_collector, signin_script):
     signin_script.write_shell(
@@ -122,6 +124,7 @@ def test_status_that_was_printed_counts_when_the_script_took_too_long(
     assert signin_script.runs == ["user", "success", "error"]
 
 
+@pytest.mark.slow
 def test_reload_waits_for_a_script_that_takes_too_long_and_goes_on(
         sandbox, udp_collector, usb_script):
     usb_script.write_shell("echo usb1; sleep 1000")

@@ -6,6 +6,8 @@ import pathlib
 import re
 import time
 
+import pytest
+
 from support.collectors import TcpCollector
 from support.polling import assert_stays, wait_until
 from support.records import make_record
@@ -65,6 +67,7 @@ def test_event_leaves_within_about_four_seconds(sandbox, udp_collector):
     assert udp_collector.messages == [b"perf01 1", b"perf01 2"]
 
 
+@pytest.mark.slow
 def test_passes_over_an_empty_queue_print_and_send_nothing(sandbox, udp_collector):
     service = start(sandbox, UDP)
     sandbox.send_bytes(event("1"))
@@ -174,6 +177,7 @@ def test_no_tcp_connection_is_made_without_events(sandbox, tcp_collector):
                  lambda: f"{open_sockets(service)} sockets, {tcp_collector.connections}", seconds=4)
 
 
+@pytest.mark.slow
 def test_refused_tcp_connection_is_tried_again_after_ten_seconds(sandbox):
     service = start(sandbox, TCP)
     sandbox.send_bytes(event("1"))
@@ -184,6 +188,7 @@ def test_refused_tcp_connection_is_tried_again_after_ten_seconds(sandbox):
     assert service.stderr == f"{REFUSED}\n{REFUSED}\n"
 
 
+@pytest.mark.slow
 def test_batch_of_a_refused_connection_arrives_whole_later(sandbox):
     service = start(sandbox, TCP, held=True)
     sandbox.send_batch(service, event("1"), event("2"))
@@ -194,6 +199,7 @@ def test_batch_of_a_refused_connection_arrives_whole_later(sandbox):
     assert (service.stdout.count(">>> "), service.stderr) == (2, f"{REFUSED}\n")
 
 
+@pytest.mark.slow
 def test_events_raised_while_a_connection_is_refused_form_the_next_batch(sandbox):
     service = start(sandbox, TCP)
     sandbox.send_bytes(event("1"))
@@ -206,6 +212,7 @@ def test_events_raised_while_a_connection_is_refused_form_the_next_batch(sandbox
     assert collector.connections == [b"perf01 1\n", b"perf01 2\nperf01 3\n"]
 
 
+@pytest.mark.slow
 def test_reload_waits_while_a_connection_is_refused(sandbox):
     service = start(sandbox, TCP)
     sandbox.send_bytes(event("1"))
@@ -218,6 +225,7 @@ def test_reload_waits_while_a_connection_is_refused(sandbox):
     service.wait_for_line(CYCLE, count=2)
 
 
+@pytest.mark.slow
 def test_each_refused_connection_leaves_one_descriptor_open(sandbox):
     service = start(sandbox, TCP)
     sandbox.send_bytes(event("1"))

@@ -218,6 +218,7 @@ def test_silent_client_that_waits_while_a_cycle_ends_does_not_stop_the_next(sand
     assert service.stderr == "read: Connection timed out\n"
 
 
+@pytest.mark.slow
 def test_ten_reloads_lose_no_event_and_send_none_twice(sandbox, tcp_collector):
     service = start_service(sandbox, protocol="syslog-tcp")
     sandbox.path("/tmp/go").touch()

@@ -183,6 +183,7 @@ def test_udp_sender_without_a_socket_says_so_and_loses_its_lines(sandbox, udp_co
     assert udp_collector.wait_for(1) == [b"2"]
 
 
+@pytest.mark.slow
 def test_tcp_sender_without_a_socket_says_so_and_tries_again(sandbox, tcp_collector):
     service = start(sandbox, TCP, FAULTS="socket:2:24")  # the first is that for clients
     sandbox.send_bytes(event("1"))
@@ -192,6 +193,7 @@ def test_tcp_sender_without_a_socket_says_so_and_tries_again(sandbox, tcp_collec
     assert service.stderr == ""
 
 
+@pytest.mark.slow
 def test_failed_connection_is_reported_on_standard_error(sandbox, tcp_collector):
     service = start(sandbox, TCP, FAULTS="connect:1:110")
     sandbox.send_bytes(event("1"))
@@ -237,6 +239,7 @@ def test_slow_collector_gets_every_byte_of_a_big_batch(sandbox):
     assert read_all(listener.accept()[0]) == b"CPU usage is high|3\n"
 
 
+@pytest.mark.slow
 def test_collector_that_went_away_gets_the_batch_when_it_is_back(sandbox):
     listener = listen(sandbox)
     service = start(sandbox, TCP)

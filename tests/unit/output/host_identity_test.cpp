@@ -1,6 +1,8 @@
 #include "output/host_identity.h"
 
 #include <gtest/gtest.h>
+#include <ifaddrs.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -11,6 +13,31 @@
 
 #include "support/descriptors.h"
 #include "support/output.h"
+
+namespace {
+
+bool hardwareAddressesAreHidden = false;
+
+}  // namespace
+
+// The names that the linker makes of the wrapped function's.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
+int __real_getifaddrs(ifaddrs **list);
+
+int __wrap_getifaddrs(ifaddrs **list) {
+  const int result = __real_getifaddrs(list);
+  if (result == 0 && hardwareAddressesAreHidden) {
+    for (ifaddrs *entry = *list; entry != nullptr; entry = entry->ifa_next) {
+      if (entry->ifa_addr->sa_family == AF_PACKET) {
+        entry->ifa_addr = nullptr;
+      }
+    }
+  }
+  return result;
+}
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace ov {
 namespace {
@@ -84,6 +111,14 @@ TEST_F(HostIdentityTest, InterfaceWithOnlyAnIpv6AddressIsSkipped) {
   AddressOnceItIs("192.168.1.20");
   Run("ip address del 192.168.1.20/24 dev net0");
   EXPECT_EQ(GetLocalIpAddress().toStdString(), "127.0.0.1");
+}
+
+// A tunnel, as a VPN makes one, is listed so.
+TEST_F(HostIdentityTest, EntryWithoutAnAddressIsSkipped) {
+  hardwareAddressesAreHidden = true;
+  const QString address = GetLocalIpAddress();
+  hardwareAddressesAreHidden = false;
+  EXPECT_EQ(address.toStdString(), "127.0.0.1");
 }
 
 TEST_F(HostIdentityTest, AddressIsEmptyWithEveryInterfaceDown) {

@@ -13,6 +13,7 @@
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <ifaddrs.h>
 #include <netdb.h>
 #include <pthread.h>
@@ -109,7 +110,8 @@ unsigned sleep(unsigned seconds) {
 
 int fcntl(int fd, int command, ...) {
   static atomic_int calls;
-  const int error = Fault("fcntl", &calls);
+  /* The event logger locks nothing; a build for measurements does, before main. */
+  const int error = command == F_SETLKW ? 0 : Fault("fcntl", &calls);
   if (error != 0) {
     errno = error;
     return -1;

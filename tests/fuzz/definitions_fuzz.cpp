@@ -102,7 +102,7 @@ Definitions InOrder(const EventCatalogue &catalogue) {
 
 void Run(const std::vector<std::string_view> &sections) {
   const auto section = [&sections](std::size_t index) {
-    return index < sections.size() ? sections[index] : std::string_view();
+    return WithoutLastReturns(index < sections.size() ? sections[index] : "");
   };
   Options options(sections[0]);
   const bool systemExists = options.Flag();

@@ -143,7 +143,7 @@ class Model {
 // Whether the check ended the process, or would have.
 bool CheckAborts(PerfMon &monitor) {
   abortExpected = true;
-  const bool aborted = setjmp(afterAbort) != 0;  // NOLINT(cert-err52-cpp): no way but this one
+  const bool aborted = setjmp(afterAbort) != 0;
   if (!aborted) {
     monitor.Check();
   }
@@ -182,17 +182,21 @@ void Run(const std::vector<std::string_view> &sections) {
 }  // namespace
 }  // namespace ov::fuzz
 
-// In the place of abort, for whatever is linked into the program. What the monitor leaves behind at
-// that point owns nothing.
-extern "C" [[noreturn]] void __real_abort();   // NOLINT: named by the linker
-extern "C" [[noreturn]] void __wrap_abort();   // NOLINT: named by the linker
-extern "C" [[noreturn]] void __wrap_abort() {  // NOLINT: named by the linker
+// Stands in for abort in all that is linked into the program; the names are the linker's. What the
+// monitor leaves behind at that point owns nothing.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
+[[noreturn]] void __real_abort();
+
+[[noreturn]] void __wrap_abort() {
   if (ov::fuzz::abortExpected) {
     ov::fuzz::abortExpected = false;
-    std::longjmp(ov::fuzz::afterAbort, 1);  // NOLINT(cert-err52-cpp)
+    std::longjmp(ov::fuzz::afterAbort, 1);
   }
   __real_abort();
 }
+}
+// NOLINTEND(bugprone-reserved-identifier)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   ov::fuzz::CatchPrinted();

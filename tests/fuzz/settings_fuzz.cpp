@@ -166,7 +166,7 @@ class Model {
 
  private:
   Entries Read() {
-    const Entries entries = file_.value_or(Entries());
+    Entries entries = file_.value_or(Entries());
     complaints_ += ReaderComplaint(entries);
     return entries;
   }

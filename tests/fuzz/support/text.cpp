@@ -112,11 +112,19 @@ std::vector<std::string> FileLines(std::string_view file) {
   }
   std::vector<std::string> texts;
   for (const std::string_view line : lines) {
-    std::string text = Decoded(line);
-    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
-    texts.push_back(text);
+    std::string bytes(line);
+    bytes.erase(std::remove(bytes.begin(), bytes.end(), '\r'), bytes.end());
+    texts.push_back(Decoded(bytes));
   }
   return texts;
+}
+
+std::string_view WithoutLastReturns(std::string_view file) {
+  const std::size_t end = file.find_last_not_of('\r');
+  if (end == std::string_view::npos) {
+    return {};
+  }
+  return file[end] == '\n' ? file.substr(0, end + 1) : file;
 }
 
 std::string_view Trimmed(std::string_view utf8) {

@@ -94,6 +94,7 @@ def test_unreadable_system_file_is_not_replaced_by_the_fallback(sandbox):
 def test_file_that_cannot_be_read_gives_no_definitions(sandbox):
     sandbox.write_definitions("perf01,CPU,CPU usage is high,warn")
     service = sandbox.start_listening_service(env=sandbox.faulty(FAULTS="read:1:5"))
+    sandbox.ledger.forget_definitions(service)
     assert service.stderr == ""
     assert defined_events(sandbox, service, "perf01") == []
 

@@ -6,7 +6,7 @@ DEADLINE = 20.0  # seconds; far above every pause of the service, for a machine 
 INTERVAL = 0.01  # seconds
 
 
-def wait_until(condition, what, deadline=DEADLINE):
+def wait_until(condition, what, deadline=DEADLINE, interval=INTERVAL):
     """Returns the first true result of `condition()`; fails after `deadline` seconds."""
     end = time.monotonic() + deadline
     while True:
@@ -16,7 +16,7 @@ def wait_until(condition, what, deadline=DEADLINE):
         if time.monotonic() > end:
             shown = what() if callable(what) else what
             raise AssertionError(f"not within {deadline} s: {shown}")
-        time.sleep(INTERVAL)
+        time.sleep(interval)
 
 
 def assert_stays(condition, what, seconds):

@@ -8,8 +8,10 @@ import socket
 import subprocess
 import threading
 
+from .conservation import Ledger, check
 from .process import Process
 from .polling import DEADLINE, wait_until
+from .witness import CollectorSocket
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 CLONE_NEWNET = 0x40000000
@@ -30,6 +32,7 @@ class Sandbox:
         self.executable = f"/run/kept/{executable.name}"
         self.faults = f"/run/kept/{faults.name}"
         self._processes = []
+        self.ledger = Ledger()
         self._holder = subprocess.Popen(
             [REPOSITORY / "scripts/sandbox",
              *(argument for path in (executable, faults, *keep) for argument in ("--keep", path)),
@@ -40,6 +43,14 @@ class Sandbox:
         self._init = child_of(self._holder.pid)
 
     def close(self):
+        """Ends everything in the sandbox, in which the law of conservation must hold."""
+        try:
+            check(self.ledger)
+        finally:
+            self.end()
+
+    def end(self):
+        """The same, without a question."""
         for process in self._processes:
             process.kill()
         os.kill(self._init, 9)  # with the first process of the sandbox go all others
@@ -63,7 +74,15 @@ class Sandbox:
              "--wd=/tmp", "--", "env", "-i",
              *(f"{name}={value}" for name, value in environment.items()), *command], **kwargs)
         self._processes.append(process)
+        self.ledger.add(process, self._definitions())
         return process
+
+    def _definitions(self):
+        """The definitions that a service which starts now finds, if they are a plain file."""
+        for path in map(self.path, (DEFINITIONS, FALLBACK_DEFINITIONS)):
+            if path.exists():
+                return path.read_bytes() if path.is_file() else None
+        return b""
 
     def faulty(self, **values):
         """The environment of a program that runs with the fault library (see faults.c):
@@ -142,6 +161,7 @@ class Sandbox:
     def bind_service_socket(self):
         """A socket of the test's own in the place of the service's, for clients to connect to
         once the test lets it listen."""
+        self.ledger.clients_have_a_service = False
         server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         server.settimeout(DEADLINE)
         server.bind(str(self.path(SERVICE_SOCKET)))
@@ -185,9 +205,9 @@ class Sandbox:
         self.sh("rm -f /etc/hosts /etc/nsswitch.conf; mv /tmp/hosts /etc/hosts;"
                 "echo 'hosts: files' > /etc/nsswitch.conf")
 
-    def network_socket(self, *arguments):
-        """A socket in the sandbox's network. Sockets belong to the network in which they were
-        made, so only the thread that makes it moves there."""
+    def network_socket(self, family, kind):
+        """A collector's socket in the sandbox's network. Sockets belong to the network in which
+        they were made, so only the thread that makes it moves there."""
         result = []
 
         def make():
@@ -195,7 +215,7 @@ class Sandbox:
             with open(f"/proc/{self._init}/ns/net", "rb") as network:
                 if libc.setns(network.fileno(), CLONE_NEWNET) != 0:
                     raise OSError(ctypes.get_errno(), "setns")
-            result.append(socket.socket(*arguments))
+            result.append(CollectorSocket(self.ledger, family, kind))
 
         thread = threading.Thread(target=make)
         thread.start()

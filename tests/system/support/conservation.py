@@ -1,0 +1,288 @@
+"""The law of conservation, which every system test is held to when its sandbox closes.
+
+What a service took in and queued, it makes into lines: each event into one, in the order in which
+the events were taken in, none twice; events of its monitors come between. What it made into lines
+arrives at the collector that the settings name: each line once, in order, byte for byte. Between
+the two ends something is lost only as follows, and is counted under the name of its rule.
+
+- not defined, not allowed: dropped as it came in
+- not sent: a line for which the service said "Error sending message"
+- to nobody: a datagram while no collector was there
+- cut: what a TCP collector did not read of a connection, or did not accept, before it closed
+- ended: what waited, or was on its way, when the service ended
+- held: what waits for an address, or for a TCP collector that refuses, when the test ends
+
+A client that ended with status 0 had its event taken in.
+"""
+
+import collections
+import itertools
+import time
+
+from .polling import INTERVAL
+from .service_output import RECORD, TCP, UDP, ServiceOutput, Violation
+from .witness import ANY
+
+SETTLING = 8.0  # seconds that what is on its way has to arrive; above the longest pass
+LONGEST_INTERVAL = 0.5  # seconds between two looks, each of which is at everything
+WHITE_SPACE = "\t\n\v\f\r \x85\xa0\u1680\u2028\u2029\u202f\u205f\u3000" + "".join(
+    map(chr, range(0x2000, 0x200b)))
+
+
+class Ledger:
+    """What is known of a sandbox: the programs that ran in it, and what its collectors received."""
+
+    def __init__(self):
+        self.receivers = []
+        self.clients_have_a_service = True  # unless a test stands in for it
+        self._programs = []
+
+    def add(self, process, definitions):
+        """`definitions` are the bytes of the definitions file that the program found, or None."""
+        self._programs.append((process, definitions))
+
+    def forget_definitions(self, process):
+        """For a service that could not read the definitions that are there: what it calls not
+        defined is taken for that."""
+        self._programs = [(other, None if other is process else definitions)
+                          for other, definitions in self._programs]
+
+    def mark(self):
+        """How much each service has printed so far."""
+        return {process: len(process.stdout_bytes) for process, _ in self._programs
+                if is_service(process)}
+
+    def services(self):
+        return [Service(process, definitions) for process, definitions in self._programs
+                if is_service(process)]
+
+    def sent_records(self):
+        """The records that clients were told to have been sent, as they printed them."""
+        if not self.clients_have_a_service:
+            return []
+        return [process.stdout_bytes for process, _ in self._programs
+                if RECORD.fullmatch(process.stdout_bytes) and process.status == 0]
+
+
+def is_service(process):
+    return process.stdout_bytes.startswith(b"Starting service...\n")
+
+
+class Service:
+    """What one service did, and whether it may go on."""
+
+    def __init__(self, process, definitions):
+        self.process = process
+        self.is_running = process.is_running()
+        self.output = ServiceOutput(process.stdout_bytes, definitions)
+
+    def printed(self, mark):
+        return mark.get(self.process, 0)
+
+    def is_over(self, batch):
+        """Whether the service has done all that it ever will for a batch that it may not have
+        come to the end of."""
+        return batch.is_last and not self.is_running
+
+
+def check(ledger, settling=SETTLING):
+    """Returns the account of a sandbox in which the law holds. Gives what is on its way the time
+    to arrive, and then fails with a Violation."""
+    end = time.monotonic() + settling
+    pause = INTERVAL
+    while True:
+        try:
+            return account(ledger)
+        except Violation:
+            if time.monotonic() > end:
+                raise
+        time.sleep(pause)
+        pause = min(2 * pause, LONGEST_INTERVAL)
+
+
+def account(ledger):
+    """How many events and lines went which way so far, if the law holds so far."""
+    services = ledger.services()
+    for receiver in ledger.receivers:
+        receiver.drain()
+    counts = collections.Counter()
+    for service in services:
+        counts.update(service.output.counts)
+    for collector in collectors_of(services, ledger.receivers):
+        batches = [(service, batch) for service in services for batch in service.output.batches
+                   if batch.collector == collector]
+        receivers = [receiver for receiver in ledger.receivers
+                     if receiver.collector in (collector, ANY)]
+        counts.update(follow(collector)(batches, receivers))
+    for service in services:
+        counts.update(waiting(service, ledger.receivers))
+    expect_taken_in(ledger.sent_records(), services)
+    return counts
+
+
+def collectors_of(services, receivers):
+    named = [batch.collector for service in services for batch in service.output.batches]
+    return dict.fromkeys(named + [receiver.collector for receiver in receivers
+                                  if receiver.collector is not ANY])
+
+
+def follow(collector):
+    if collector is None:
+        return follow_to_nowhere
+    return follow_datagrams if collector[0] == UDP else follow_connections
+
+
+def waiting(service, receivers):
+    """The events that have not been made into lines, by the rule that lets them wait."""
+    count = len(service.output.waiting)
+    if count == 0 or not service.is_running:
+        return {"ended": count}
+    if service.output.is_held or is_refused(service.output.batches, receivers):
+        return {"held": count}
+    raise Violation(f"{count} events wait for nothing, the first is {service.output.waiting[0]}")
+
+
+def is_refused(batches, receivers):
+    """Whether the latest batch is for a TCP collector that nobody is."""
+    collector = batches[-1].collector if batches else None
+    return collector is not None and collector[0] == TCP and not any(
+        receiver.closing is None for receiver in receivers
+        if receiver.collector in (collector, ANY))
+
+
+def expect_taken_in(sent_records, services):
+    """What clients were told to have been sent has been taken in by a service that still runs."""
+    if not any(service.is_running for service in services):
+        return
+    taken_in = sum((service.output.records for service in services), collections.Counter())
+    lost = collections.Counter(sent_records) - taken_in
+    if lost:
+        raise Violation(f"{next(iter(lost))!r} was sent and never taken in")
+
+
+# ---- from the lines to the collectors
+
+def follow_to_nowhere(batches, _):
+    """Without any collector, each line must be reported as not sent."""
+    for service, batch in batches:
+        if batch.failed != len(batch.lines) and not service.is_over(batch):
+            raise Violation(f"{batch.failed} of {batch.lines} reported as not sent, and no "
+                            "collector was ever resolved")
+    return {}
+
+
+def follow_datagrams(batches, receivers):
+    messages = [message for receiver in receivers for message in receiver.messages]
+    reached = {0}  # how many messages may be those of the batches so far
+    for service, batch in batches:
+        certain = any(receives_all(receiver, service, batch) for receiver in receivers)
+        reached = after_batch(batch, batch.lines, messages, reached, certain)
+    if len(messages) not in reached:
+        raise Violation(f"arrived twice, or never sent: {messages[max(reached)]!r}")
+    lines = sum(len(batch.lines) - batch.failed for _, batch in batches)
+    return {"delivered": len(messages), "to nobody": max(0, lines - len(messages))}
+
+
+def receives_all(receiver, service, batch):
+    """Whether no datagram of a batch can miss a receiver: it was there before the first and after
+    the last."""
+    is_there = service.printed(receiver.opened) <= batch.start and (
+        receiver.closing is None or
+        batch.next_start is not None and service.printed(receiver.closing) >= batch.next_start)
+    return is_there and not service.is_over(batch)
+
+
+def after_batch(batch, lines, messages, reached, certain):
+    """How many messages may be those of the batches up to this one. When it is certain that they
+    arrive, all but those that were reported as not sent must be there."""
+    states = {(position, 0) for position in reached}
+    most = batch.failed if certain else len(lines)
+    for line in lines:
+        following = {(position, missed + 1) for position, missed in states if missed < most}
+        following.update((position + 1, missed) for position, missed in states
+                         if position < len(messages) and messages[position] == line)
+        if not following:
+            position = max(states)[0]
+            came = repr(messages[position]) if position < len(messages) else "nothing"
+            raise Violation(f"{line!r} did not arrive; where it was due, {came} did")
+        states = following
+    after = {position for position, missed in states if missed >= batch.failed}
+    if not after:
+        raise Violation(f"{batch.failed} of {lines} were reported as not sent, and more arrived")
+    return after
+
+
+def follow_connections(batches, receivers):
+    if any(receiver.collector is ANY for receiver in receivers):
+        return follow_lines(batches, receivers)
+    connections = [connection for receiver in receivers for connection in receiver.connections]
+    reached = {0: 0}  # how many connections may be those so far, and how many lines they carried
+    for service, batch in batches:
+        chunks = [over_tcp(line) for line in batch.lines]
+        after = {}
+        for position, delivered in reached.items():
+            if position < len(connections) and fits(
+                    connections[position], chunks, batch.failed, service.is_over(batch)):
+                carried = lines_within(chunks, connections[position].content)
+                after[position + 1] = delivered + carried
+            if may_lack_a_connection(service, batch, receivers):
+                after.setdefault(position, delivered)
+        if not after:
+            came = [bytes(connection.content) for connection in connections[min(reached):][:1]]
+            raise Violation(f"{batch.lines} ({batch.failed} not sent) did not arrive over one "
+                            f"connection; where they were due, {came} did")
+        reached = after
+    if len(connections) not in reached:
+        raise Violation("arrived twice, or never sent: "
+                        f"{bytes(connections[max(reached)].content)!r}")
+    lines = sum(len(batch.lines) - batch.failed for _, batch in batches)
+    delivered = reached[len(connections)]
+    return {"delivered": delivered, "cut": max(0, lines - delivered)}
+
+
+def follow_lines(batches, stores):
+    """To a collector that stores lines, whatever connections they came over."""
+    messages = [message for store in stores for message in store.messages]
+    reached = {0}
+    for service, batch in batches:
+        lines = [over_tcp(line)[:-1] for line in batch.lines]
+        reached = after_batch(batch, lines, messages, reached, not service.is_over(batch))
+    if len(messages) not in reached:
+        raise Violation(f"arrived twice, or never sent: {messages[max(reached)]!r}")
+    return {"delivered": len(messages)}
+
+
+def over_tcp(line):
+    return line.decode().strip(WHITE_SPACE).encode() + b"\n"
+
+
+def fits(connection, chunks, failed, is_over):
+    """Whether a connection carried a batch: to its end, but for the lines that were reported as
+    not sent, or the beginning of it, where the collector or the service ended before."""
+    content = bytes(connection.content)
+    if is_over or not connection.is_complete and not connection.is_open:
+        return b"".join(chunks).startswith(content)
+    if not connection.is_complete:
+        return False
+    offsets = {(0, 0)}
+    for chunk in chunks:
+        offsets = ({(offset, missed + 1) for offset, missed in offsets if missed < failed} |
+                   {(offset + len(chunk), missed) for offset, missed in offsets
+                    if content.startswith(chunk, offset)})
+    return (len(content), failed) in offsets
+
+
+def lines_within(chunks, content):
+    """How many of the lines a connection that fits carried whole."""
+    ends = itertools.accumulate(map(len, chunks))
+    return sum(end <= len(content) for end in ends)
+
+
+def may_lack_a_connection(service, batch, listeners):
+    """Whether a batch may be on no connection that was accepted: the service ended, it is held, or
+    the listener closed while the connection waited to be accepted."""
+    if service.is_over(batch) or is_refused([batch], listeners) and batch.is_last:
+        return True
+    return any(batch.start < service.printed(listener.closed) and (
+        batch.next_start is None or service.printed(listener.closing) <= batch.next_start)
+        for listener in listeners if listener.closed is not None)

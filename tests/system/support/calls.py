@@ -1,0 +1,45 @@
+"""The calls that each unit of the product makes, out of its objects in the static library."""
+
+import collections
+import os
+import pathlib
+import re
+import subprocess
+
+from .sandbox import REPOSITORY
+
+# What may be called of Qt that reaches beyond the process.
+QT_CLASSES = re.compile(r"Q(AbstractSocket|Dir|File|FileDevice|FileInfo|HostInfo|IODevice|"
+                        r"LocalSocket|LockFile|Process|SaveFile|Settings|TcpSocket|UdpSocket)::.*")
+
+
+def unit_of(member):
+    """Such as app/main for main.cpp.o."""
+    source, = (REPOSITORY / "src").glob(f"*/{member.removesuffix('.o')}")
+    return str(source.relative_to(REPOSITORY / "src").with_suffix(""))
+
+
+def name_of(symbol):
+    """Of a function of C its name, of one of the classes above class and name, else nothing."""
+    name, _, parameters = symbol.partition("(")
+    if QT_CLASSES.fullmatch(name):
+        return f"{name}(int)" if parameters.startswith("int") else name
+    checked = re.fullmatch(r"__(\w+)_chk", symbol)  # of a build that looks at buffer sizes
+    if checked:
+        return checked[1]
+    return symbol if re.fullmatch(r"(?!__|_GLOBAL|_Unwind|qt_)\w+", symbol) else None
+
+
+def calls_of_units():
+    """The names by unit."""
+    library = pathlib.Path(os.environ["OV_EXECUTABLE"]).with_name("libov_event_logger.a")
+    listing = subprocess.run(["nm", "--undefined-only", "--demangle", library], check=True,
+                             stdout=subprocess.PIPE, text=True).stdout
+    calls = collections.defaultdict(set)
+    for line in listing.splitlines():
+        if line.endswith(".o:"):
+            unit = unit_of(line.removesuffix(":"))
+        elif line:
+            symbol = line.split(maxsplit=1)[1]
+            calls[unit].add(name_of(symbol))
+    return {unit: names - {None} for unit, names in calls.items()}

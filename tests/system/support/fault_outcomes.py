@@ -60,6 +60,7 @@ def see_next_change(run):
 
 
 def define_nothing(run):
+    run.sandbox.ledger.forget_definitions(run.service)
     run.service.wait_for_cycle(1)
     run.raise_event()
     run.wait_until_printed()

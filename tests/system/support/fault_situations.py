@@ -127,6 +127,7 @@ def let_client_wait(run):
     run.raise_struck_event()
     with connection:
         connection.sendall(record)
+    run.service.wait_for_cycle(2)  # only then does no client reach the socket that is given up
 
 
 def raise_one_event(run):

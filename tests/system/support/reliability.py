@@ -12,6 +12,7 @@ from .sandbox import REPOSITORY
 DOCUMENT = REPOSITORY / "docs/RELIABILITY.md"
 CALLS = ["Function", "Unit", "Situation", "Errors", "Printed", "Outcome"]
 UNCHECKED = ["Functions", "Why"]
+MEMORY = ["Process", "End", "First line on standard error"]
 STREAMS = ("standard output", "standard error")
 
 _libc = ctypes.CDLL(None)
@@ -104,3 +105,8 @@ def unchecked_functions():
     """The functions whose failure is not looked at, anywhere."""
     return {name for functions, _ in table(UNCHECKED)
             for name in re.findall("`([^`]+)`", functions)}
+
+
+def memory_outcomes(process):
+    """How a process ends when an allocation fails in it, and the first line of its errors."""
+    return {(end, printed.strip("`")) for name, end, printed in table(MEMORY) if name == process}

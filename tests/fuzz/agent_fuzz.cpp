@@ -12,9 +12,6 @@
 namespace ov::fuzz {
 namespace {
 
-// More than the 16 KiB that Qt reads at once.
-constexpr std::uint32_t kMostPadding = 20'000;  // bytes
-
 constexpr char kPath[] = "/tmp/ovwsagentstatus";
 
 std::string StatusIn(std::string_view file) {
@@ -54,7 +51,7 @@ void Run(const std::vector<std::string_view> &sections) {
   Options options(sections[0]);
   const bool connected = options.Flag();
   const bool failure = options.Flag();
-  const std::string padding(static_cast<std::uint32_t>(options.Number()) % kMostPadding, 'x');
+  const std::string padding = Padding(options.Number());
   AgentConnMon monitor(connected, failure);
   Model model(connected, failure);
   monitor.Init();

@@ -16,9 +16,6 @@ namespace {
 constexpr char kSystemPath[] = "/usr/lib/orvan/ov-event-logger/ov-event-def.csv";
 constexpr char kFallbackPath[] = "/tmp/ov-event-def.csv";
 
-// More than the 16 KiB that Qt reads at once.
-constexpr std::uint32_t kMostPadding = 20'000;  // bytes
-
 // Label, description, severity name and severity.
 using Definition = std::pair<std::vector<std::string>, std::int32_t>;
 using Definitions = std::vector<std::pair<std::string, Definition>>;
@@ -107,10 +104,13 @@ void Run(const std::vector<std::string_view> &sections) {
   Options options(sections[0]);
   const bool systemExists = options.Flag();
   const bool fallbackExists = options.Flag();
-  const std::uint32_t size = static_cast<std::uint32_t>(options.Number()) % kMostPadding;
-  const std::string padding = size == 0 ? "" : "#" + std::string(size, 'x') + "\n";
-  const File system{kSystemPath, systemExists, padding + std::string(section(1))};
-  const File fallback{kFallbackPath, fallbackExists, padding + std::string(section(2))};
+  std::string comment = Padding(options.Number());
+  if (!comment.empty()) {
+    comment.front() = '#';
+    comment.back() = '\n';
+  }
+  const File system{kSystemPath, systemExists, comment + std::string(section(1))};
+  const File fallback{kFallbackPath, fallbackExists, comment + std::string(section(2))};
   system.Place();
   fallback.Place();
   const EventCatalogue catalogue = loadEventDefinitions();

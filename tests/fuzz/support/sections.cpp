@@ -40,4 +40,12 @@ std::int32_t Options::Number() {
   return static_cast<std::int32_t>(negative ? 0 - number : number);
 }
 
+std::string Padding(std::int32_t number) {
+  constexpr std::int32_t kBuffer = 16384;  // bytes
+  constexpr std::int32_t kBefore = 64;
+  return number < kBuffer - kBefore || number > kBuffer
+             ? std::string()
+             : std::string(static_cast<std::size_t>(number), 'x');
+}
+
 }  // namespace ov::fuzz

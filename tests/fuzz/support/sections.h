@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -26,5 +27,9 @@ class Options {
  private:
   std::string_view text_;
 };
+
+/// That many bytes to put in front of a file, so that what follows lies across the end of what Qt
+/// reads at once (16 KiB). None for a number that does not lead there.
+std::string Padding(std::int32_t number);
 
 }  // namespace ov::fuzz

@@ -26,50 +26,41 @@ bool EndsWith(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-struct Range {
-  unsigned char first;
-  unsigned char last;
-};
+bool Within(char byte, unsigned first, unsigned last) {
+  const auto value = static_cast<unsigned char>(byte);
+  return first <= value && value <= last;
+}
 
-// The well-formed sequences of RFC 3629, section 4.
+// A kind of well-formed sequence of several bytes (RFC 3629, section 4), of which each byte that
+// is not told here is 80 to BF.
 struct Form {
-  Range lead;
-  Range second;
+  unsigned firstLead;
+  unsigned lastLead;
+  unsigned firstSecond;
+  unsigned lastSecond;
   std::size_t size;
 };
 
-constexpr std::array<Form, 9> kForms = {{{{0x00, 0x7F}, {0x00, 0x00}, 1},
-                                         {{0xC2, 0xDF}, {0x80, 0xBF}, 2},
-                                         {{0xE0, 0xE0}, {0xA0, 0xBF}, 3},
-                                         {{0xE1, 0xEC}, {0x80, 0xBF}, 3},
-                                         {{0xED, 0xED}, {0x80, 0x9F}, 3},
-                                         {{0xEE, 0xEF}, {0x80, 0xBF}, 3},
-                                         {{0xF0, 0xF0}, {0x90, 0xBF}, 4},
-                                         {{0xF1, 0xF3}, {0x80, 0xBF}, 4},
-                                         {{0xF4, 0xF4}, {0x80, 0x8F}, 4}}};
+constexpr std::array<Form, 8> kForms = {{{0xC2, 0xDF, 0x80, 0xBF, 2},
+                                         {0xE0, 0xE0, 0xA0, 0xBF, 3},
+                                         {0xE1, 0xEC, 0x80, 0xBF, 3},
+                                         {0xED, 0xED, 0x80, 0x9F, 3},
+                                         {0xEE, 0xEF, 0x80, 0xBF, 3},
+                                         {0xF0, 0xF0, 0x90, 0xBF, 4},
+                                         {0xF1, 0xF3, 0x80, 0xBF, 4},
+                                         {0xF4, 0xF4, 0x80, 0x8F, 4}}};
 
-bool Within(char byte, Range range) {
-  const auto value = static_cast<unsigned char>(byte);
-  return range.first <= value && value <= range.last;
-}
-
-// The size of the character in front, 0 if there is none.
+// The size of the character beyond ASCII in front, 0 if there is none.
 std::size_t CharacterSize(std::string_view bytes) {
   for (const Form &form : kForms) {
-    if (!Within(bytes.front(), form.lead)) {
-      continue;
+    if (Within(bytes[0], form.firstLead, form.lastLead)) {
+      bool wellFormed =
+          bytes.size() >= form.size && Within(bytes[1], form.firstSecond, form.lastSecond);
+      for (std::size_t i = 2; wellFormed && i < form.size; ++i) {
+        wellFormed = Within(bytes[i], 0x80, 0xBF);
+      }
+      return wellFormed ? form.size : 0;
     }
-    if (bytes.size() < form.size || (form.size > 1 && !Within(bytes[1], form.second))) {
-      return 0;
-    }
-    const std::string_view rest =
-        bytes.substr(0, form.size).substr(std::min<std::size_t>(2, form.size));
-    return std::all_of(rest.begin(), rest.end(),
-                       [](char byte) {
-                         return Within(byte, {0x80, 0xBF});
-                       })
-               ? form.size
-               : 0;
   }
   return 0;
 }
@@ -77,7 +68,7 @@ std::size_t CharacterSize(std::string_view bytes) {
 // The size of the white space character in front, or at the end; 0 if there is none.
 template <typename Matches>
 std::size_t SpaceSize(char edge, Matches matches) {
-  if (edge == ' ' || Within(edge, {'\t', '\r'})) {
+  if (edge == ' ' || Within(edge, '\t', '\r')) {
     return 1;
   }
   for (const std::string_view space : kWhiteSpace) {
@@ -88,7 +79,7 @@ std::size_t SpaceSize(char edge, Matches matches) {
   return 0;
 }
 
-bool IsPlain(char byte) { return Within(byte, {' ', '~'}); }
+bool IsPlain(char byte) { return Within(byte, ' ', '~'); }
 
 }  // namespace
 
@@ -97,10 +88,14 @@ std::string Decoded(std::string_view bytes) {
     bytes.remove_prefix(kByteOrderMark.size());
   }
   std::string text;
-  while (!bytes.empty()) {
-    const std::size_t size = CharacterSize(bytes);
-    text += size == 0 ? kReplacement : bytes.substr(0, size);
-    bytes.remove_prefix(std::max<std::size_t>(size, 1));
+  for (std::size_t i = 0; i < bytes.size();) {
+    if (Within(bytes[i], 0, 0x7F)) {
+      text += bytes[i++];
+      continue;
+    }
+    const std::size_t size = CharacterSize(bytes.substr(i));
+    text += size == 0 ? kReplacement : bytes.substr(i, size);
+    i += std::max<std::size_t>(size, 1);
   }
   return text;
 }

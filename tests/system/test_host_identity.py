@@ -91,6 +91,12 @@ def test_changed_host_name_shows_in_the_next_line(sandbox, udp_collector):
     assert deliver(sandbox, udp_collector) == b"tc-4711.example.com 127.0.0.1"
 
 
+def test_host_name_is_utf8_whatever_the_locale(sandbox, udp_collector):
+    sandbox.run("python3", "-c", "import socket; socket.sethostname('tc-münchen')")
+    start(sandbox, env={"LC_ALL": "C"})
+    assert deliver(sandbox, udp_collector) == "tc-münchen 127.0.0.1".encode()
+
+
 def test_failure_to_list_the_interfaces_is_reported_and_holds_events(sandbox, udp_collector):
     service = start(sandbox, env=sandbox.faulty(FAULTS="getifaddrs:1:24,getifaddrs:2:12"))
     sandbox.send_bytes(make_record("perf01"))

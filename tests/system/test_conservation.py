@@ -176,7 +176,12 @@ def test_batch_for_a_collector_that_refuses_is_held():
 
 
 def test_events_wait_for_an_address_or_end_with_the_service():
-    assert over_udp(EVENTS + b"> Client address is unknown\n")["held"] == 3
+    unknown = b"> Client address is unknown\n"
+    assert over_udp(EVENTS + unknown)["held"] == 3
+    scene = Scene(START + EVENTS + unknown)
+    scene.ledger.address_may_be_missing = False
+    with pytest.raises(Violation):
+        scene.account()
     assert over_udp(EVENTS, running=False)["ended"] == 3
 
 

@@ -36,8 +36,8 @@ class Sandbox:
         self._holder = subprocess.Popen(
             [REPOSITORY / "scripts/sandbox",
              *(argument for path in (executable, faults, *keep) for argument in ("--keep", path)),
-             "sh", "-c", "echo ready; exec sleep infinity"],
-            stdout=subprocess.PIPE)
+             "sh", "-c", "echo ready; exec cat"],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         if self._holder.stdout.readline() != b"ready\n":
             raise RuntimeError("the sandbox did not start")
         self._init = child_of(self._holder.pid)
@@ -53,7 +53,7 @@ class Sandbox:
         """The same, without a question."""
         for process in self._processes:
             process.kill()
-        os.kill(self._init, 9)  # with the first process of the sandbox go all others
+        self._holder.stdin.close()  # with the first process of the sandbox go all others
         self._holder.wait()
         self._holder.stdout.close()
 
@@ -151,11 +151,11 @@ class Sandbox:
             os.utime(new, (modified, modified))
         new.rename(settings)
 
-    def connect(self):
+    def connect(self, deadline=DEADLINE):
         """A connection to the service, from a client of the test's own."""
         connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         wait_until(lambda: connection.connect_ex(str(self.path(SERVICE_SOCKET))) == 0,
-                   "a connection to the service")
+                   "a connection to the service", deadline)
         return connection
 
     def bind_service_socket(self):
@@ -175,10 +175,12 @@ class Sandbox:
     def hold_events(self):
         """Takes the loopback interface, and with it the service's address, away: events wait."""
         self.sh("ip link set lo down")
+        self.ledger.address_may_be_missing = True
 
     def release_events(self):
         """Gives the address back: the next pass delivers what waits as one batch."""
         self.sh("ip link set lo up")
+        self.ledger.address_may_be_missing = False
 
     def send_batch(self, service, *records):
         """Hands the service records that one pass is to deliver, oldest first. Needs a service

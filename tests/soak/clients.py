@@ -1,0 +1,88 @@
+"""Clients that raise events without end: the real one, and writers of records of their own."""
+
+import random
+import threading
+import time
+
+from support.records import make_record
+from support.service_output import RECORD
+
+from scene import PATIENCE
+
+# Prints the record of each event that the client was told to be sent. Pauses while /tmp/quiet is
+# there, and says so in /tmp/idle.
+REAL_CLIENT = """
+number=0
+while :; do
+    if [ -e /tmp/quiet ]; then
+        : >"/tmp/idle.$0"
+        while [ -e /tmp/quiet ]; do sleep 0.05; done
+        rm "/tmp/idle.$0"
+    fi
+    number=$((number + 1))
+    if record=$("$1" -e "$2" "$0 $number grüße,%s,\\"x\\""); then printf '%s\\n' "$record"; fi
+    sleep "$3"
+done
+"""
+AWKWARD = [b"", b"\xff\xfe", b"\xc3", b"a\xffb\xed\xa0\x80", b"\nnext line", b"%n%s", b"\r\t", b"]",
+           "東京 🙂".encode(), b"\xef\xbb\xbf", b"[ID] [VAL]", b"v" * 100]
+UNDEFINED, DEFINED = (b"nope01", b"nope\xff2", b"perf0"), (b"app01", b"app02", b"app03")
+
+
+class RealClient:
+    def __init__(self, sandbox, name, identifier, pause):
+        self.name = name
+        self._sandbox = sandbox
+        self._shell = sandbox.start("sh", "-c", REAL_CLIENT, name, sandbox.executable, identifier,
+                                    str(pause))
+
+    @property
+    def is_idle(self):
+        return self._sandbox.path(f"/tmp/idle.{self.name}").exists()
+
+    @property
+    def sent(self):
+        """The records that were told to be sent, as the client printed them."""
+        return [record[0] for record in RECORD.finditer(self._shell.stdout_bytes)]
+
+
+class Writer(threading.Thread):
+    """Writes records as they come to its mind, most of them of events that may be forwarded."""
+
+    def __init__(self, sandbox, name, seed, pause):
+        super().__init__(daemon=True)
+        self.sent = []
+        self.is_idle = False
+        self._name = name
+        self._sandbox = sandbox
+        self._random = random.Random(seed)
+        self._pause = pause
+        self._may_write = threading.Event()
+
+    def allow(self, may_write):
+        if may_write:
+            self._may_write.set()
+        else:
+            self._may_write.clear()
+
+    def run(self):
+        number = 0
+        while True:
+            self.is_idle = not self._may_write.is_set()
+            self._may_write.wait()
+            self.is_idle = False
+            for _ in range(self._random.choice((1, 1, 1, 20))):
+                number += 1
+                self._write(number)
+            time.sleep(self._pause * self._random.random())
+
+    def _write(self, number):
+        identifier = self._random.choice(DEFINED * 4 + UNDEFINED)
+        values = b"%s %d %s" % (self._name.encode(), number, self._random.choice(AWKWARD))
+        seconds = int(time.time())
+        try:
+            with self._sandbox.connect(PATIENCE) as connection:
+                connection.sendall(make_record(identifier, values, seconds))
+        except ConnectionError:
+            return  # the service closed its socket just then, and the record was not sent
+        self.sent.append(b"Event [%s] (%s) at %d\n" % (identifier, values, seconds))

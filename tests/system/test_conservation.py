@@ -4,7 +4,7 @@ import pytest
 
 from support.conservation import Ledger, check
 from support.sandbox import Sandbox
-from support.service_output import TCP, UDP, Violation
+from support.service_output import TCP, UDP, UNRESOLVED, Violation
 
 START = b"""Starting service...
 loading Event definitions...
@@ -53,10 +53,10 @@ class Scene:
         self.ledger.add(program, definitions)
         return program
 
-    def collect(self, protocol, messages=(), connections=(), opened=0, closed=None):
+    def collect(self, protocol, messages=(), connections=(), opened=0, closed=None, port=5514):
         mark = None if closed is None else {self.service: closed}
         self.ledger.receivers.append(MadeUp(
-            collector=(protocol, 5514), messages=messages, connections=connections,
+            collector=(protocol, port), messages=messages, connections=connections,
             opened={self.service: opened}, closing=mark, closed=mark, drain=lambda: None))
         return self
 
@@ -133,6 +133,7 @@ def test_connections_that_are_not_the_batches_are_found():
         "batch twice": (DELIVERY, connection(whole), connection(whole)),
         "two connections": (DELIVERY, connection(b"perf01 1\n"),
                             connection(b"perf01 2\nperf01 3\n")),
+        "reset, and lost twice": (DELIVERY + 3 * NOT_SENT, connection(b"perf01 1\n", False)),
         "reset, and not a beginning": (DELIVERY, connection(b"perf01 2", is_complete=False)),
         "still open": (DELIVERY, connection(whole, is_complete=False, is_open=True)),
         "fewer lost than reported": (DELIVERY + NOT_SENT, connection(whole)),
@@ -209,6 +210,17 @@ def test_events_of_monitors_come_between_while_one_is_on():
     expect_violations(over_udp, {
         "monitor off": (EVENTS + batch(ONE, b"sys06 a", TWO, THREE), ONE, b"sys06 a", TWO, THREE),
         "not allowed": (b"usbDevMon: 1\n" + batch(b"sys05 a"), b"sys05 a")})
+
+
+def test_settings_may_come_between_the_lines_of_a_thread_that_was_left_behind():
+    output = (b"usbDevMon: 1\n" + RELOADED + b"host: 127.0.0.1\n" + batch(b"sys06 a")
+              + b"port: 5515\nusbDevMon: 1\n" + batch(b"sys06 b") + b"formatString: [VAL] [ID]\n"
+              + b"Starting monitor: USB Device Monitor\n" + batch(b"c\nend: 1 sys06"))
+    scene = Scene(START + output).collect(UDP, [b"sys06 a"])
+    scene.collect(UDP, [b"sys06 b", b"c\nend: 1 sys06"], port=5515)
+    assert scene.account()["delivered"] == 3
+    output = RELOADED + b"port: 5515\n" + batch() + UNRESOLVED + b"\n" + event(b"1") + batch(ONE)
+    assert over_udp(output, ONE)["delivered"] == 1
 
 
 def test_values_of_any_bytes_are_recognised_in_their_lines():

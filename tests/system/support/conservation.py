@@ -224,9 +224,9 @@ def follow_connections(batches, receivers):
         chunks = [over_tcp(line) for line in batch.lines]
         after = {}
         for position, delivered in reached.items():
-            if position < len(connections) and fits(
-                    connections[position], chunks, batch.failed, service.is_over(batch)):
-                carried = lines_within(chunks, connections[position].content)
+            carried = None if position == len(connections) else carried_lines(
+                connections[position], chunks, batch.failed, service.is_over(batch))
+            if carried is not None:
                 after[position + 1] = delivered + carried
             if may_lack_a_connection(service, batch, receivers):
                 after.setdefault(position, delivered)
@@ -240,7 +240,7 @@ def follow_connections(batches, receivers):
                         f"{bytes(connections[max(reached)].content)!r}")
     lines = sum(len(batch.lines) - batch.failed for _, batch in batches)
     delivered = reached[len(connections)]
-    return {"delivered": delivered, "cut": max(0, lines - delivered)}
+    return {"delivered": delivered, "cut": lines - delivered}
 
 
 def follow_lines(batches, stores):
@@ -259,26 +259,28 @@ def over_tcp(line):
     return line.decode().strip(WHITE_SPACE).encode() + b"\n"
 
 
-def fits(connection, chunks, failed, is_over):
-    """Whether a connection carried a batch: to its end, but for the lines that were reported as
-    not sent, or the beginning of it, where the collector or the service ended before."""
+def carried_lines(connection, chunks, failed, is_over):
+    """How many lines of a batch a connection carried: all but those that were reported as not
+    sent, or the beginning, where the collector or the service ended before. None if it cannot be
+    that batch's."""
     content = bytes(connection.content)
     if is_over or not connection.is_complete and not connection.is_open:
-        return b"".join(chunks).startswith(content)
-    if not connection.is_complete:
-        return False
+        whole = lines_within(chunks, content)
+        fits = b"".join(chunks).startswith(content) and whole + failed <= len(chunks)
+        return whole if fits else None
     offsets = {(0, 0)}
     for chunk in chunks:
         offsets = ({(offset, missed + 1) for offset, missed in offsets if missed < failed} |
                    {(offset + len(chunk), missed) for offset, missed in offsets
                     if content.startswith(chunk, offset)})
-    return (len(content), failed) in offsets
+    fits = connection.is_complete and (len(content), failed) in offsets
+    return len(chunks) - failed if fits else None
 
 
-def lines_within(chunks, content):
-    """How many of the lines a connection that fits carried whole."""
+def lines_within(chunks, beginning):
+    """How many of the lines the beginning of a batch holds whole."""
     ends = itertools.accumulate(map(len, chunks))
-    return sum(end <= len(content) for end in ends)
+    return sum(end <= len(beginning) for end in ends)
 
 
 def may_lack_a_connection(service, batch, listeners):

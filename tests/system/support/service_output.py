@@ -2,6 +2,7 @@
 made of them, followed from its first byte to its last."""
 
 import collections
+import copy
 import dataclasses
 import functools
 import re
@@ -19,9 +20,11 @@ RECORD = re.compile(rb"Event \[(.*?)\] \((.*?)\) at \d+\n", re.DOTALL)
 NOT_DEFINED = re.compile(rb"Event (.*?) is not defined\n", re.DOTALL)
 INTEGER = re.compile(r"\s*[+-]?[0-9]+\s*")
 SETTING = re.compile(r"([^:]+): (.*)")
+SETTING_LINE = re.compile(rb"(\w+): .*\n")
+UNRESOLVED = b"Invalid IP address or hostname: "
 LINE_STARTS = (b"> ", b">>> ", b"Starting ", b"Stopping ", b"listening...", b"Server is listening",
-               b"Error ", b"Invalid IP address or hostname: ", b"Event ")
-NO_SENDER = (b"Error creating socket", b"Invalid IP address or hostname: ")
+               b"Error ", UNRESOLVED, b"Event ")
+NO_SENDER = (b"Error creating socket", UNRESOLVED)
 
 
 class Violation(AssertionError):
@@ -139,6 +142,9 @@ class ServiceOutput:
         self._position = 0
         self._defined = None if definitions is None else defined_identifiers(definitions)
         self._settings = Settings()
+        self._settings_before = None  # this cycle's, those of the cycle before
+        self._printed_settings = {}  # of this cycle so far
+        self._may_print_settings = False
         self._records_due = 0
         self._latest = None  # the latest event taken in, and whether it was queued
         self._follow()
@@ -148,7 +154,9 @@ class ServiceOutput:
                  b"> Process events\n": self._begin_batch, b"Event ": self._take_event_line,
                  b"> Received event\n": self._expect_record,
                  b"> Client address is unknown\n": self._hold,
-                 b"Error sending message\n": self._count_failure}
+                 b"Error sending message\n": self._count_failure,
+                 UNRESOLVED: self._take_unresolved,
+                 **dict.fromkeys((b"Starting ", b"Stopping "), self._end_settings)}
         end = self._output.rfind(b"\n") + 1  # what is behind it is still being printed
         while self._position < end:
             for start, step in steps.items():
@@ -156,7 +164,16 @@ class ServiceOutput:
                     step()
                     break
             else:
-                self._next_line()
+                self._take_other_line()
+
+    def _take_other_line(self):
+        if self._may_print_settings and not self._is_at(LINE_STARTS):
+            self._read_settings()
+        else:
+            self._next_line()
+
+    def _is_at(self, starts):
+        return self._output.startswith(starts, self._position)
 
     def _next_line(self):
         start = self._position
@@ -168,9 +185,17 @@ class ServiceOutput:
 
     def _begin_cycle(self):
         self._next_line()
+        self._settings_before = copy.deepcopy(self._settings)
+        self._printed_settings = {}
+        self._read_settings()
+        # A processing thread that a failed accept left behind may print between two of them.
+        self._may_print_settings = self.counts["cycles"] > 0
         self.counts["cycles"] += 1
-        values, key = {}, None
-        while not self._output.startswith(LINE_STARTS, self._position) and self._has_line():
+
+    def _read_settings(self):
+        key = None
+        values = self._printed_settings
+        while not self._is_at(LINE_STARTS) and self._has_line():
             line = self._next_line()
             setting = SETTING.fullmatch(line)
             if setting:
@@ -178,10 +203,20 @@ class ServiceOutput:
                 values[key] = setting[2]
             elif key is not None:
                 values[key] += "\n" + line
-        self._settings.take_over(values, not self._output.startswith(NO_SENDER, self._position))
+        self._settings = copy.deepcopy(self._settings_before)
+        self._settings.take_over(values, not self._is_at(NO_SENDER))
+
+    def _take_unresolved(self):
+        if self._may_print_settings:
+            self._read_settings()  # of which none is left, and which have no sender
+        self._end_settings()
+
+    def _end_settings(self):
+        self._next_line()
+        self._may_print_settings = False
 
     def _expect_record(self):
-        self._next_line()
+        self._end_settings()
         self._records_due += 1
 
     def _take_event_line(self):
@@ -273,7 +308,7 @@ class ServiceOutput:
         """The values may hold line feeds: the line ends where another begins that is known."""
         identifiers = frozenset(self._settings.monitor_events)
         end = self._output.index(b"\n", start)
-        while end + 1 < len(self._output) and not self._output.startswith(LINE_STARTS, end + 1):
+        while end + 1 < len(self._output) and not self._begins_known_line(end + 1):
             end = self._output.find(b"\n", end + 1)
         pattern = monitor_line(self._settings.template, identifiers)
         found = pattern.fullmatch(self._output, start, end) if identifiers else None
@@ -283,3 +318,9 @@ class ServiceOutput:
             self._defined.update(name.decode() for name in found.groups())
         self.counts["of monitors"] += 1
         return end + 1
+
+    def _begins_known_line(self, position):
+        if self._output.startswith(LINE_STARTS, position):
+            return True
+        setting = SETTING_LINE.match(self._output, position) if self._may_print_settings else None
+        return setting is not None and setting[1].decode() not in self._printed_settings

@@ -10,6 +10,19 @@
 
 namespace ov {
 
+template <typename Integer>
+void Settings::ApplyInteger(const char *key, Integer &field) const {
+  const auto entry = rawValues_.constFind(QLatin1String(key));
+  if (entry == rawValues_.cend()) {
+    return;
+  }
+  bool valid = false;
+  const std::int32_t value = entry->toInt(&valid, 10);
+  if (valid) {
+    field = value;
+  }
+}
+
 void Settings::parseSettings() {
   rawValues_ = readSettingsFile();
   dumpSettings();
@@ -62,18 +75,6 @@ void Settings::dumpSettings() const {
 
 bool Settings::isAllowed(const char *id) const {
   return allowedEvents_.contains(QString::fromLatin1(id));
-}
-
-void Settings::ApplyInteger(const char *key, std::int32_t &field) const {
-  const auto entry = rawValues_.constFind(QLatin1String(key));
-  if (entry == rawValues_.cend()) {
-    return;
-  }
-  bool valid = false;
-  const std::int32_t value = entry->toInt(&valid, 10);
-  if (valid) {
-    field = value;
-  }
 }
 
 void Settings::ApplyText(const char *key, QString &field) const {

@@ -5,6 +5,7 @@
 #include <QHash>
 #include <QSet>
 #include <QString>
+#include <atomic>
 #include <cstdint>
 
 namespace ov {
@@ -51,18 +52,21 @@ class Settings {
   std::int32_t diskThreshold() const { return diskThreshold_; }  ///< percent
 
  private:
-  void ApplyInteger(const char *key, std::int32_t &field) const;
+  template <typename Integer>
+  void ApplyInteger(const char *key, Integer &field) const;
   void ApplyText(const char *key, QString &field) const;
   void ApplyAllowed();
   void ApplyProtocol();
 
   QHash<QString, QString> rawValues_;
   std::int64_t lastModified_ = 0;  // seconds since the epoch
-  std::int32_t facility_ = 3;      // the system daemons
+  // Two fields are atomic: a processing thread that outlived its cycle may read them while the next
+  // cycle parses.
+  std::atomic<std::int32_t> facility_{3};  // the system daemons
   QString formatString_ =
       QStringLiteral("<[PRI]> [DATE] [NAME]([IP]): [ID] [DESC] - [VAL] ([SEV])");
   QSet<QString> allowedEvents_;
-  std::int32_t protocol_ = kProtocolUdp;
+  std::atomic<std::int32_t> protocol_{kProtocolUdp};
   QString host_;
   std::int32_t port_ = 514;
   std::int32_t usbDevMon_ = 0;

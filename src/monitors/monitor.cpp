@@ -21,15 +21,22 @@ void ReportError(const char *format, const QString &name, const char *call, int 
   std::perror(call);
 }
 
+void WaitFor(sem_t &semaphore) {
+  while (sem_wait(&semaphore) != 0) {
+  }
+}
+
 }  // namespace
 
 Monitor::Monitor(const QString &name, std::chrono::seconds period)
     : name_(name), period_(static_cast<std::int32_t>(period.count())) {
   sem_init(&requestCleared_, 0, 0);
+  sem_init(&ended_, 0, 0);
 }
 
 Monitor::~Monitor() {
   StopIfRunning();
+  sem_destroy(&ended_);
   sem_destroy(&requestCleared_);
 }
 
@@ -40,8 +47,7 @@ void Monitor::Start() {
   }
   const int error = pthread_create(&thread_, nullptr, Run, this);
   if (error == 0) {
-    while (sem_wait(&requestCleared_) != 0) {
-    }
+    WaitFor(requestCleared_);
   } else {
     thread_ = 0;
     ReportError("Error starting monitor: %s\n", name_, "pthread_create", error);
@@ -60,6 +66,7 @@ void Monitor::Stop() {
   const int error = pthread_join(thread_, nullptr);
   if (error != 0) {
     ReportError("Error stopping monitor: %s\n", name_, "pthread_join", error);
+    WaitFor(ended_);  // what is not joined may not outlive the monitor that it uses
   }
   thread_ = 0;
 }
@@ -85,6 +92,7 @@ void *Monitor::Run(void *monitor) {
     self.Check();
     sleep(static_cast<unsigned>(self.period_));
   }
+  sem_post(&self.ended_);
   return nullptr;
 }
 

@@ -63,6 +63,7 @@ class Monitor {
   std::int32_t stopRequest_ = 0;  // shared as a plain integer, 0 or 1
   pthread_t thread_ = 0;          // 0 while there is none
   sem_t requestCleared_;          // posted by the thread once it has cleared the stop request
+  sem_t ended_;                   // posted by the thread with its last use of the monitor
 };
 
 }  // namespace ov

@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QVarLengthArray>
 #include <string_view>
+#include <utility>
 
 namespace ov {
 namespace {
@@ -53,29 +54,37 @@ MessageFormatter::MessageFormatter()
 }
 
 void MessageFormatter::SetTemplate(const QString &text) {
-  pieces_.clear();
-  Cut(text, 0);
+  QStringList pieces;
+  Cut(text, 0, pieces);
+  const std::lock_guard<std::mutex> lock(piecesMutex_);
+  pieces_ = std::move(pieces);
 }
 
-void MessageFormatter::Cut(const QString &text, int tokenIndex) {
+QStringList MessageFormatter::Pieces() const {
+  const std::lock_guard<std::mutex> lock(piecesMutex_);
+  return pieces_;
+}
+
+void MessageFormatter::Cut(const QString &text, int tokenIndex, QStringList &pieces) const {
   if (tokenIndex == tokens_.size()) {
-    pieces_.append(text);
+    pieces.append(text);
     return;
   }
   const QString &token = tokens_[tokenIndex];
   int start = 0;
   for (int found = text.indexOf(token); found >= 0; found = text.indexOf(token, start)) {
-    Cut(text.mid(start, found - start), tokenIndex + 1);
-    pieces_.append(token);
+    Cut(text.mid(start, found - start), tokenIndex + 1, pieces);
+    pieces.append(token);
     start = found + token.size();
   }
-  Cut(text.mid(start), tokenIndex + 1);
+  Cut(text.mid(start), tokenIndex + 1, pieces);
 }
 
 QString MessageFormatter::Render(const TokenValues &values) const {
   QVarLengthArray<QChar, kUsualLineLength> line;
   const auto append = [&line](const QString &text) { line.append(text.constData(), text.size()); };
-  for (const QString &piece : pieces_) {
+  const QStringList pieces = Pieces();
+  for (const QString &piece : pieces) {
     if (!knownTokens_.contains(piece)) {
       append(piece);
       continue;

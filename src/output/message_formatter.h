@@ -7,6 +7,7 @@
 #include <QString>
 #include <QStringList>
 #include <cstdint>
+#include <mutex>
 
 #include "event/event_definition.h"
 #include "event/event_record.h"
@@ -61,14 +62,16 @@ class MessageFormatter {
   QString FormatEvent(const EventRecord &record, const EventDefinition &definition,
                       LineContext &context) const;
 
-  const QStringList &Pieces() const { return pieces_; }
+  QStringList Pieces() const;
 
  private:
   // Appends the pieces of a text in which the tokens before this one do not occur.
-  void Cut(const QString &text, int tokenIndex);
+  void Cut(const QString &text, int tokenIndex, QStringList &pieces) const;
 
   QSet<QString> knownTokens_;
   QStringList tokens_;
+  // A processing thread that outlived its cycle may render while the next cycle sets its template.
+  mutable std::mutex piecesMutex_;
   QStringList pieces_;
 };
 

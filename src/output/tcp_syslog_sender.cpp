@@ -12,7 +12,12 @@
 namespace ov {
 
 bool TcpSyslogSender::Init(const QString &host, std::int32_t port) {
-  return ResolveCollector(host, port, SOCK_STREAM, destination_);
+  sockaddr_in destination;
+  if (!ResolveCollector(host, port, SOCK_STREAM, destination)) {
+    return false;
+  }
+  destination_.Set(destination);
+  return true;
 }
 
 bool TcpSyslogSender::Connect() {
@@ -22,7 +27,8 @@ bool TcpSyslogSender::Connect() {
     std::puts("Error creating socket");
     return false;
   }
-  if (connect(socket_, AsSocketAddress(destination_), sizeof(destination_)) != 0) {
+  const sockaddr_in destination = destination_.Get();
+  if (connect(socket_, AsSocketAddress(destination), sizeof(destination)) != 0) {
     std::perror("connect");
     return false;
   }
@@ -38,10 +44,10 @@ void TcpSyslogSender::Send(const QString &line) const {
 }
 
 void TcpSyslogSender::Close() {
-  if (socket_ >= 0) {
-    close(socket_);
+  const int descriptor = socket_.exchange(-1);
+  if (descriptor >= 0) {
+    close(descriptor);
   }
-  socket_ = -1;
 }
 
 }  // namespace ov

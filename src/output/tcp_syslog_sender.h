@@ -3,10 +3,11 @@
 // Connect, Send and Close, once per batch.
 #pragma once
 
-#include <netinet/in.h>
-
 #include <QString>
+#include <atomic>
 #include <cstdint>
+
+#include "base/socket_address.h"
 
 namespace ov {
 
@@ -35,8 +36,9 @@ class TcpSyslogSender {
   std::int32_t SocketDescriptor() const { return socket_; }
 
  private:
-  std::int32_t socket_ = -1;
-  sockaddr_in destination_{};
+  // A processing thread that outlived its cycle may read while the next cycle replaces them.
+  std::atomic<std::int32_t> socket_{-1};
+  SharedSocketAddress destination_;
 };
 
 extern TcpSyslogSender g_tcpSyslogSender;

@@ -18,22 +18,28 @@ bool UdpSyslogSender::Init(const QString &host, std::int32_t port) {
     std::puts("Error creating socket");
     return false;
   }
-  return ResolveCollector(host, port, SOCK_DGRAM, destination_);
+  sockaddr_in destination;
+  if (!ResolveCollector(host, port, SOCK_DGRAM, destination)) {
+    return false;
+  }
+  destination_.Set(destination);
+  return true;
 }
 
 void UdpSyslogSender::Send(const QString &line) const {
   const QByteArray bytes = line.toUtf8();
+  const sockaddr_in destination = destination_.Get();
   if (sendto(socket_, bytes.constData(), static_cast<std::size_t>(bytes.size()), 0,
-             AsSocketAddress(destination_), sizeof(destination_)) < 0) {
+             AsSocketAddress(destination), sizeof(destination)) < 0) {
     std::puts("Error sending message");
   }
 }
 
 void UdpSyslogSender::Close() {
-  if (socket_ >= 0) {
-    close(socket_);
+  const int descriptor = socket_.exchange(-1);
+  if (descriptor >= 0) {
+    close(descriptor);
   }
-  socket_ = -1;
 }
 
 }  // namespace ov

@@ -2,10 +2,11 @@
 // Init and Close while no processing thread runs; the processing thread calls Send.
 #pragma once
 
-#include <netinet/in.h>
-
 #include <QString>
+#include <atomic>
 #include <cstdint>
+
+#include "base/socket_address.h"
 
 namespace ov {
 
@@ -30,8 +31,9 @@ class UdpSyslogSender {
   std::int32_t SocketDescriptor() const { return socket_; }
 
  private:
-  std::int32_t socket_ = -1;
-  sockaddr_in destination_{};
+  // A processing thread that outlived its cycle may read while the next cycle replaces them.
+  std::atomic<std::int32_t> socket_{-1};
+  SharedSocketAddress destination_;
 };
 
 extern UdpSyslogSender g_udpSyslogSender;

@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <cerrno>
 #include <cstdio>
+#include <mutex>
 
 #include "config/settings.h"
 #include "event/event_record.h"
@@ -38,8 +39,16 @@ sem_t &FlagCleared() {
 
 void Sleep(std::chrono::seconds pause) { sleep(static_cast<unsigned>(pause.count())); }
 
-QStringList FormatAndPrint(const EventList &events) {
-  LineContext context{g_settings.facility(), g_hostNameText, g_hostAddressText, {}};
+// What the lines of the pass that now begins have in common.
+LineContext BeginPass() {
+  // After a failed accept two threads pass side by side, and both replace the two texts.
+  static std::mutex mutex;
+  const std::lock_guard<std::mutex> lock(mutex);
+  RefreshHostIdentity(g_hostAddressText, g_hostNameText);
+  return {g_settings.facility(), g_hostNameText, g_hostAddressText, {}};
+}
+
+QStringList FormatAndPrint(const EventList &events, LineContext &context) {
   QStringList lines;
   for (const EventRecord &event : events) {
     const std::string_view id = EventIdText(event);
@@ -82,23 +91,23 @@ void SendLines(const QStringList &lines) {
 }
 
 // Returns whether there were any.
-bool DeliverQueuedEvents() {
+bool DeliverQueuedEvents(LineContext &context) {
   const EventList events = g_eventQueue.TakeAll();
   if (events.empty()) {
     return false;
   }
   std::puts("> Process events");
-  SendLines(FormatAndPrint(events));
+  SendLines(FormatAndPrint(events, context));
   return true;
 }
 
 void RunPass() {
-  RefreshHostIdentity(g_hostAddressText, g_hostNameText);
-  if (g_hostAddressText.isEmpty()) {
+  LineContext context = BeginPass();
+  if (context.hostAddress.isEmpty()) {
     std::puts("> Client address is unknown");
     return;
   }
-  if (DeliverQueuedEvents()) {
+  if (DeliverQueuedEvents(context)) {
     malloc_trim(0);  // gives what the batch took back to the system
   }
 }

@@ -1,7 +1,6 @@
 """What the four monitors share: their switches, their start and stop in a cycle, their periods, and
 how what they raise leaves the service."""
 
-import os
 import subprocess
 import time
 
@@ -56,10 +55,6 @@ def hold(sandbox, script):
 
 def release(sandbox):
     sandbox.path("/tmp/gate").write_text("go\n")
-
-
-def thread_count(service):
-    return len(os.listdir(f"/proc/{service.pid}/task"))
 
 
 def noted_times(sandbox, name):
@@ -356,4 +351,4 @@ def test_many_polls_and_cycles_leave_no_process_no_thread_and_no_descriptor_behi
         reload(sandbox, service, cycle, *ALL)
     reload(sandbox, service, 5, **dict.fromkeys(ALL, 0))
     wait_until_nothing_is_left(service)
-    assert thread_count(service) == 2
+    assert service.threads == 2

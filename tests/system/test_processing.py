@@ -243,6 +243,7 @@ def private_kilobytes(process):
     return int(re.search(r"^Private_Dirty: +(\d+) kB$", rollup, re.MULTILINE)[1])
 
 
+@pytest.mark.skipif(bool(os.environ.get("OV_SANITIZER")), reason="its heap keeps what is freed")
 def test_memory_of_a_batch_is_given_back(sandbox, udp_collector):
     service = start(sandbox, UDP, env=sandbox.eager())
     sandbox.send_batch(service, event("first"))

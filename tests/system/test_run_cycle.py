@@ -24,10 +24,6 @@ BARE_START = LOADING + CYCLE + NO_HOST
 BOUND = "Starting event server...\nlistening...\n"
 
 
-def thread_count(process):
-    return len(os.listdir(f"/proc/{process.pid}/task"))
-
-
 def socket_inode(sandbox):
     return sandbox.path(SERVICE_SOCKET).stat().st_ino
 
@@ -210,7 +206,7 @@ def test_cycles_leave_no_thread_and_no_descriptor_behind(sandbox):
     service = sandbox.start_listening_service()
     for cycle in 2, 3, 4:
         restart(sandbox, service, cycle)
-    wait_until(lambda: thread_count(service) == 2, lambda: thread_count(service))
+    wait_until(lambda: service.threads == 2, lambda: service.threads)
     wait_until(lambda: len(descriptor_flags(service)) == 2, lambda: descriptor_flags(service))
 
 
@@ -249,7 +245,7 @@ def test_failed_accept_removes_the_socket_file_and_creates_it_again(sandbox):
 def test_failed_accept_leaves_its_processing_thread_running_beside_the_next(sandbox):
     service = sandbox.start_service(env=sandbox.faulty(FAULTS="accept4:1:24,accept4:2:24"))
     service.wait_for_cycle(3)
-    wait_until(lambda: thread_count(service) == 4, lambda: thread_count(service))
+    wait_until(lambda: service.threads == 4, lambda: service.threads)
 
 
 def test_service_with_two_processing_threads_sends_each_event_once(sandbox, udp_collector):

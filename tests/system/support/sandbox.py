@@ -4,6 +4,7 @@ files and open sockets in its network."""
 import ctypes
 import os
 import pathlib
+import re
 import socket
 import subprocess
 import threading
@@ -22,6 +23,7 @@ SETTINGS = "/tmp/ov-event-logger.ini"
 SERVICE_SOCKET = "/tmp/ov-events"
 RECORD_SIZE = 144
 PASSED_ON = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LLVM_PROFILE_FILE")
+SANITIZER_REPORT = re.compile(rb"(WARNING|ERROR): \w+Sanitizer: |: runtime error: ")
 
 
 class Sandbox:
@@ -48,6 +50,8 @@ class Sandbox:
             check(self.ledger)
         finally:
             self.end()
+        for process in self._processes:
+            assert not SANITIZER_REPORT.search(process.stderr_bytes), process.stderr
 
     def end(self):
         """The same, without a question."""

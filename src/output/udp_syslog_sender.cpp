@@ -29,6 +29,7 @@ bool UdpSyslogSender::Init(const QString &host, std::int32_t port) {
 void UdpSyslogSender::Send(const QString &line) const {
   const QByteArray bytes = line.toUtf8();
   const sockaddr_in destination = destination_.Get();
+  const std::lock_guard<std::mutex> lock(keep_open_);
   if (sendto(socket_, bytes.constData(), static_cast<std::size_t>(bytes.size()), 0,
              AsSocketAddress(destination), sizeof(destination)) < 0) {
     std::puts("Error sending message");
@@ -36,6 +37,7 @@ void UdpSyslogSender::Send(const QString &line) const {
 }
 
 void UdpSyslogSender::Close() {
+  const std::lock_guard<std::mutex> lock(keep_open_);
   const int descriptor = socket_.exchange(-1);
   if (descriptor >= 0) {
     close(descriptor);

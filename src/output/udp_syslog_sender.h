@@ -5,6 +5,7 @@
 #include <QString>
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 
 #include "base/socket_address.h"
 
@@ -34,6 +35,7 @@ class UdpSyslogSender {
   // A processing thread that outlived its cycle may read while the next cycle replaces them.
   std::atomic<std::int32_t> socket_{-1};
   SharedSocketAddress destination_;
+  mutable std::mutex keep_open_;  // held while a line is sent, so that nobody closes the socket
 };
 
 extern UdpSyslogSender g_udpSyslogSender;

@@ -125,6 +125,15 @@ STAND_IN(ssize_t, sendto,
 STAND_IN(int, access, (const char *path, int mode), (path, mode), Text(path))
 STAND_IN(int, stat, (const char *path, struct stat *status), (path, status), Text(path))
 DESCRIPTOR_STAND_IN(int, fstat, (int fd, struct stat *status), (fd, status))
+#ifdef OV_THREAD_SANITIZER
+/* What the sanitizer makes of a call of fstat. */
+int __fxstat(int version, int fd, struct stat *status) {
+  (void)version;
+  char text[PATH_MAX];
+  errno = (int)Fault("fstat", Descriptor(fd, text));
+  return errno != 0 ? -1 : REAL(fstat)(fd, status);
+}
+#endif
 STAND_IN(int, unlink, (const char *path), (path), Text(path))
 STAND_IN(int, usleep, (useconds_t microseconds), (microseconds), Nothing())
 STAND_IN(int, getifaddrs, (struct ifaddrs * *list), (list), Nothing())

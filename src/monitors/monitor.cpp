@@ -66,8 +66,8 @@ void Monitor::Stop() {
   const int error = pthread_join(thread_, nullptr);
   if (error != 0) {
     ReportError("Error stopping monitor: %s\n", name_, "pthread_join", error);
-    WaitFor(ended_);  // what is not joined may not outlive the monitor that it uses
   }
+  WaitFor(ended_);  // also a thread that could not be joined must not outlive what it uses
   thread_ = 0;
 }
 

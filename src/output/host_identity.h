@@ -1,5 +1,5 @@
 // How each line names the machine that sends it. The lookups may be called from any thread; the
-// two texts are written and read on the processing thread only.
+// two texts are written and read by a processing thread as it begins a pass.
 #pragma once
 
 #include <QString>

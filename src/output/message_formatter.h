@@ -1,5 +1,5 @@
-// Turns events into lines of text by a template. The template is set while no processing thread
-// runs; everything else is called on the processing thread.
+// Turns events into lines of text by a template. The run cycle sets the template; everything
+// else is called on the processing thread.
 #pragma once
 
 #include <QHash>

@@ -1,6 +1,6 @@
 // Sends lines to a syslog collector over TCP, each ended by a line feed (RFC 6587, section 3.4.2).
-// The run cycle calls Init and Close while no processing thread runs; the processing thread calls
-// Connect, Send and Close, once per batch.
+// The run cycle calls Init and Close; the processing thread calls Connect, Send and Close, once per
+// batch.
 #pragma once
 
 #include <QString>

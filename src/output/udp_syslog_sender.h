@@ -1,5 +1,5 @@
 // Sends lines to a syslog collector as UDP datagrams (RFC 3164, section 2). The run cycle calls
-// Init and Close while no processing thread runs; the processing thread calls Send.
+// Init and Close; the processing thread calls Send.
 #pragma once
 
 #include <QString>

@@ -30,13 +30,14 @@ class SharedSocketAddress {
   }
 
  private:
-  struct Parts {
+  struct alignas(8) Parts {  // small and aligned enough for a processor to write at once
     sa_family_t family;
     in_port_t port;
     in_addr host;
   };
 
   std::atomic<Parts> parts_{};
+  static_assert(decltype(parts_)::is_always_lock_free);
 };
 
 }  // namespace ov

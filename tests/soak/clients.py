@@ -1,5 +1,6 @@
 """Clients that raise events without end: the real one, and writers of records of their own."""
 
+import itertools
 import random
 import threading
 import time
@@ -47,7 +48,8 @@ class RealClient:
 
 
 class Writer(threading.Thread):
-    """Writes records as they come to its mind, most of them of events that may be forwarded."""
+    """Writes records as they come to its mind, most of them of events that may be forwarded. Rests
+    when they have been taken in: the service looks at its settings only while no client waits."""
 
     def __init__(self, sandbox, name, seed, pause):
         super().__init__(daemon=True)
@@ -57,6 +59,7 @@ class Writer(threading.Thread):
         self._sandbox = sandbox
         self._random = random.Random(seed)
         self._pause = pause
+        self._numbers = itertools.count(1)
         self._may_write = threading.Event()
 
     def allow(self, may_write):
@@ -66,23 +69,32 @@ class Writer(threading.Thread):
             self._may_write.clear()
 
     def run(self):
-        number = 0
         while True:
             self.is_idle = not self._may_write.is_set()
             self._may_write.wait()
             self.is_idle = False
-            for _ in range(self._random.choice((1, 1, 1, 20))):
-                number += 1
-                self._write(number)
+            for connection in [self._write() for _ in range(self._random.choice((1, 1, 1, 20)))]:
+                wait_for_end(connection)
             time.sleep(self._pause * self._random.random())
 
-    def _write(self, number):
+    def _write(self):
         identifier = self._random.choice(DEFINED * 4 + UNDEFINED)
-        values = b"%s %d %s" % (self._name.encode(), number, self._random.choice(AWKWARD))
+        values = b"%s %d %s" % (
+            self._name.encode(), next(self._numbers), self._random.choice(AWKWARD))
         seconds = int(time.time())
+        connection = self._sandbox.connect(PATIENCE)
         try:
-            with self._sandbox.connect(PATIENCE) as connection:
-                connection.sendall(make_record(identifier, values, seconds))
+            connection.sendall(make_record(identifier, values, seconds))
+            self.sent.append(b"Event [%s] (%s) at %d\n" % (identifier, values, seconds))
         except ConnectionError:
-            return  # the service closed its socket just then, and the record was not sent
-        self.sent.append(b"Event [%s] (%s) at %d\n" % (identifier, values, seconds))
+            pass  # the service closed its socket just then, and the record was not sent
+        return connection
+
+
+def wait_for_end(connection):
+    """Waits until the service has closed its end."""
+    with connection:
+        try:
+            connection.recv(1)
+        except ConnectionError:
+            pass  # the record may not have been taken in, which is found in the end

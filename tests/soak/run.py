@@ -72,7 +72,7 @@ class Soak:
         return [record for client in (*self._real, *self._writers) for record in client.sent]
 
     def work(self):
-        """One round of everything, to warm up; then round after round until the time is over.
+        """One round of everything, to warm up; then at least one more, until the time is over.
         Returns what the service used after the first and after the last."""
         acts = (self._over_udp, self._over_tcp, self._stalled, self._refused)
         self._set_quiet(False)
@@ -81,8 +81,8 @@ class Soak:
             self._surroundings.change()
         first = self._rest()
         self._set_quiet(False)
-        for act in itertools.cycle(acts):
-            if time.monotonic() > self._end:
+        for number, act in enumerate(itertools.cycle(acts)):
+            if number >= len(acts) and time.monotonic() > self._end:
                 return first, self._rest()
             act()
             self._surroundings.change()
@@ -98,20 +98,21 @@ class Soak:
     def _stalled(self):
         """The collector stops reading in the midst of a batch."""
         self._reload("syslog-tcp", **LONG_LINES)
-        known = self._descriptors()
         self.collector.be(STALLS)
-        wait_until(lambda: self._is_held_up(known), "a batch to be held up", PATIENCE, LOOK)
+        wait_until(self._is_held_up, "a batch to be held up", PATIENCE, LOOK)
         self.stalls += 1
         self._let_collector_be(STALLS, self._random.choice((RESETS, READS)), READS)
 
-    def _is_held_up(self, known):
+    def _is_held_up(self):
         """Whether the service keeps a connection for longer than it takes to send a batch."""
-        new = self._descriptors() - known
+        before = self._sockets()
         time.sleep(SENDING)
-        return new & self._descriptors()
+        lasting = before & self._sockets()
+        return len(lasting) > 1 + self.refusals  # one is for clients
 
-    def _descriptors(self):
-        return set(descriptors(self.service).values())
+    def _sockets(self):
+        return {target for target in descriptors(self.service).values()
+                if target.startswith("socket:")}
 
     def _refused(self):
         """The collector is away, also while the settings change."""

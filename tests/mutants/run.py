@@ -107,7 +107,7 @@ def run(mutants, jobs):
     verdicts = []
     with concurrent.futures.ProcessPoolExecutor(jobs, initializer=open_workshop,
                                                 initargs=(numbers,)) as pool:
-        unchanged = pool.submit(check_unchanged, mutants)
+        pool.submit(check_unchanged, mutants).result()
         alive = []
         for verdict in verdicts_of(pool, try_expected, mutants):
             if verdict.outcome == SURVIVED:
@@ -115,7 +115,6 @@ def run(mutants, jobs):
             else:
                 verdicts.append(verdict)
             print_verdict(verdict)
-        unchanged.result()
         if alive:
             print("\nWith the whole suite:")
         for verdict in verdicts_of(pool, try_all, alive):

@@ -2,7 +2,6 @@
 
 import concurrent.futures
 import os
-import pathlib
 import re
 import time
 
@@ -236,22 +235,3 @@ def test_each_refused_connection_leaves_one_descriptor_open(sandbox):
     collector = TcpCollector(sandbox)
     collector.wait_for(1)
     wait_until(lambda: open_sockets(service) == 3, lambda: f"{open_sockets(service)} sockets")
-
-
-def private_kilobytes(process):
-    rollup = pathlib.Path(f"/proc/{process.pid}/smaps_rollup").read_text()
-    return int(re.search(r"^Private_Dirty: +(\d+) kB$", rollup, re.MULTILINE)[1])
-
-
-@pytest.mark.skipif(bool(os.environ.get("OV_SANITIZER")), reason="its heap keeps what is freed")
-def test_memory_of_a_batch_is_given_back(sandbox, udp_collector):
-    service = start(sandbox, UDP, env=sandbox.eager())
-    sandbox.send_batch(service, event("first"))
-    udp_collector.wait_for(1)
-    before = private_kilobytes(service)
-    sandbox.hold_events()
-    service.wait_for_line(UNKNOWN)
-    sandbox.send_batch(service, *[event("v" * 127)] * 900)  # of some 500 kB
-    udp_collector.wait_for(901)
-    wait_until(lambda: private_kilobytes(service) - before < 150,
-               lambda: f"{private_kilobytes(service)} kB, before {before}")

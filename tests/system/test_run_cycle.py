@@ -266,6 +266,16 @@ def test_setup_that_fails_beside_a_running_thread_ends_the_service_with_status_1
     assert service.status == 1
 
 
+def test_failed_setup_runs_no_destructors_on_what_another_thread_may_use(sandbox):
+    loader_log = {"LD_DEBUG": "files", "LD_DEBUG_OUTPUT": "/tmp/loader"}
+    service = sandbox.run(sandbox.executable, "-s",
+                          env={**sandbox.faulty(FAULTS="bind:1:13"), **loader_log})
+    assert service.status == 1
+    [loader] = sandbox.path("/tmp").glob("loader.*")
+    assert "calling init: " in loader.read_text()
+    assert "calling fini: " not in loader.read_text()
+
+
 # What the service holds
 
 def test_every_descriptor_is_closed_in_a_program_that_the_service_would_run(sandbox):

@@ -33,6 +33,7 @@ TEST_F(NamesCodecTest, LocaleTextIsUtf8) {
 TEST_F(NamesCodecTest, QtsOwnUtf8CodecStaysReachable) {
   const QTextCodec *codec = QTextCodec::codecForName("UTF-8");
   ASSERT_NE(codec, nullptr);
+  EXPECT_NE(codec, QTextCodec::codecForLocale());
   EXPECT_EQ(codec->name().toStdString(), "UTF-8");
 }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -73,6 +74,26 @@ TEST_F(ChildProcessTest, ReadingTakesItsTimeAndNoMore) {
   const milliseconds time = TimeOf([] { Read("exec sleep 60", kShort); });
   EXPECT_GE(time, kShort);
   EXPECT_LT(time, kLong);
+}
+
+TEST_F(ChildProcessTest, ReadingIsNotCutShortByAMillisecond) {
+  constexpr int kReadings = 20;
+  WriteScript(kScript, "exec sleep 60");
+  ChildProcess process(QLatin1String(kScript), {});
+  EXPECT_GE(TimeOf([&] {
+              for (int reading = 0; reading < kReadings; ++reading) {
+                process.ReadUntilEnd(milliseconds{1});
+              }
+            }),
+            milliseconds{kReadings});
+}
+
+TEST_F(ChildProcessTest, ProgramThatClosedItsOutputIsWaitedForWithoutUseOfTheProcessor) {
+  WriteScript(kScript, "exec sleep 60 >&-");
+  ChildProcess process(QLatin1String(kScript), {});
+  const std::clock_t before = std::clock();
+  EXPECT_GE(TimeOf([&] { process.ReadUntilEnd(kShort); }), kShort);
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 100);
 }
 
 TEST_F(ChildProcessTest, ProgramOutOfTimeIsKilledAndReaped) {

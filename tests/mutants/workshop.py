@@ -152,6 +152,5 @@ def end_leftovers():
     children = pathlib.Path(f"/proc/self/task/{os.getpid()}/children")
     while left := children.read_text().split():
         for process in map(int, left):
-            with contextlib.suppress(ProcessLookupError):
-                os.kill(process, signal.SIGKILL)
-            os.waitpid(process, 0)
+            os.kill(process, signal.SIGKILL)
+        os.waitpid(-1, 0)  # whichever: the first process of a sandbox ends after all others of it

@@ -12,6 +12,7 @@ import tty
 import pytest
 
 from support.polling import wait_until
+from support.records import make_record
 from support.sandbox import DEFINITIONS, SERVICE_SOCKET
 
 ROW = "perf01,CPU,CPU usage is high,warn"
@@ -257,6 +258,17 @@ def test_service_with_two_processing_threads_sends_each_event_once(sandbox, udp_
         sandbox.send("perf01", str(number))
     arrived = udp_collector.wait_for(20)
     assert sorted(arrived) == sorted(f"perf01 {number}".encode() for number in range(20))
+
+
+def test_next_cycle_leaves_the_socket_open_until_the_line_on_it_is_sent(sandbox, udp_collector):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**SETTINGS)
+    sandbox.hold_events()
+    service = sandbox.start_listening_service(env=sandbox.faulty(
+        FAULTS="accept4>getnameinfo:1:24", DELAYS="sendto:1:500,socket@2>sendto:1:1000"))
+    sandbox.send_batch(service, make_record("perf01", "95"))  # and the accept that follows fails
+    service.wait_for_cycle(2)
+    assert udp_collector.wait_for(1) == [b"perf01 95"]
 
 
 def test_setup_that_fails_beside_a_running_thread_ends_the_service_with_status_1(sandbox):

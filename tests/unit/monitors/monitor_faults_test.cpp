@@ -1,7 +1,10 @@
 // Monitors whose thread cannot be started or joined, or starts late.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 #include "support/output.h"
 #include "support/polling.h"
@@ -63,6 +66,21 @@ TEST(MonitorFaultsTest, FailedJoinIsReportedAndTheMonitorCountsAsStopped) {
                     "Error stopping monitor: Probe Monitor\n"
                     "pthread_join: Resource deadlock avoided\n"}));
   EXPECT_FALSE(monitor.IsRunning());
+}
+
+TEST(MonitorFaultsTest, StopWaitsForAThreadThatCannotBeJoined) {
+  const FailingJoins failing(EDEADLK);
+  std::atomic<bool> checking{false};
+  ProbeMonitor monitor;
+  monitor.onCheck = [&] {
+    checking = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds{50});
+    checking = false;
+  };
+  monitor.Start();
+  ASSERT_TRUE(Eventually([&] { return checking.load(); }));
+  OutputOf([&] { monitor.Stop(); });
+  EXPECT_FALSE(checking);
 }
 
 TEST(MonitorFaultsTest, FailedJoinOfADestructionIsReportedOnce) {

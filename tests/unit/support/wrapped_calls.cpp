@@ -62,8 +62,11 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
 }
 
 int __wrap_pthread_join(pthread_t thread, void **result) {
-  const int error = __real_pthread_join(thread, result);
-  return joinError != 0 ? joinError.load() : error;
+  if (joinError != 0) {
+    pthread_detach(thread);
+    return joinError;
+  }
+  return __real_pthread_join(thread, result);
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)

@@ -24,7 +24,7 @@ class FailingThreadStarts {
   ~FailingThreadStarts();
 };
 
-/// While it lives, pthread_join reports this error after it has joined.
+/// While it lives, pthread_join fails with this error, and the thread goes on.
 class FailingJoins {
  public:
   explicit FailingJoins(int error);

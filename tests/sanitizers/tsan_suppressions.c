@@ -7,7 +7,8 @@
  * passed over. A processing thread clears its own as it starts, while one of an earlier cycle,
  * whose accept failed, may read it.
  *
- * The C library guards its time zone with a lock of its own, which the sanitizer does not see. */
+ * Qt, which is built without the sanitizer, asks the C library for the local time, and that guards
+ * its time zone with a lock of its own, which the sanitizer does not see. */
 const char *__tsan_default_suppressions(void);
 
 const char *__tsan_default_suppressions(void) {

@@ -172,6 +172,7 @@ def test_no_tcp_connection_is_made_without_events(sandbox, tcp_collector):
     service = start(sandbox, TCP)
     sandbox.send_bytes(event("1"))
     tcp_collector.wait_for(1)
+    wait_until(lambda: open_sockets(service) == 1, lambda: f"{open_sockets(service)} sockets")
     assert_stays(lambda: open_sockets(service) == 1 and len(tcp_collector.connections) == 1,
                  lambda: f"{open_sockets(service)} sockets, {tcp_collector.connections}", seconds=4)
 

@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <new>
 #include <string_view>
 
 #include "app/client_sender.h"
 #include "base/names_codec.h"
+#include "base/out_of_memory.h"
 #include "base/standard_streams.h"
 #include "service/event_catalogue.h"
 #include "service/run_cycle.h"
@@ -38,12 +38,6 @@ void CloseInheritedDescriptorsOnExec() {
   close_range(STDERR_FILENO + 1, std::numeric_limits<unsigned>::max(), CLOSE_RANGE_CLOEXEC);
 }
 
-// Left to throw, a failed allocation could end in a crash inside a library.
-[[noreturn]] void EndWithoutMemory() {
-  std::fputs("Out of memory\n", stderr);
-  std::abort();
-}
-
 [[noreturn]] void RunService() {
   // One heap for all threads: they rarely meet in it, and each further one would stay resident.
   mallopt(M_ARENA_MAX, 1);
@@ -59,7 +53,7 @@ void CloseInheritedDescriptorsOnExec() {
 }  // namespace
 
 int RunCommandLine(int argc, char *argv[]) {
-  std::set_new_handler(EndWithoutMemory);
+  EndWhenOutOfMemory();
   SetUpStandardStreams();
   if (argc < 2) {
     return FailWithUsage(argc > 0 ? argv[0] : "");

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "base/out_of_memory.h"
+
 namespace ov {
 namespace {
 
@@ -28,6 +30,7 @@ QString FormatDate(std::int64_t seconds) {
   const std::uint64_t milliseconds = static_cast<std::uint64_t>(seconds) * 1000U;
   QString text;
   try {
+    const OutOfMemoryThrows caughtBelow;
     text = QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(milliseconds))
                .toString(QStringLiteral("MMM dd HH:mm:ss"));
   } catch (...) {

@@ -56,8 +56,7 @@ void Run(const std::vector<std::string_view> &sections) {
   Model model(connected, failure);
   monitor.Init();
   for (std::size_t i = 1; i < sections.size(); ++i) {
-    const std::string_view section = WithoutLastReturns(sections[i]);
-    const std::string file = section.empty() ? "" : padding + std::string(section);
+    const std::string file = sections[i].empty() ? "" : padding + std::string(sections[i]);
     if (file.empty()) {
       RemoveFile(kPath);
     } else {

@@ -99,7 +99,7 @@ Definitions InOrder(const EventCatalogue &catalogue) {
 
 void Run(const std::vector<std::string_view> &sections) {
   const auto section = [&sections](std::size_t index) {
-    return WithoutLastReturns(index < sections.size() ? sections[index] : "");
+    return index < sections.size() ? sections[index] : std::string_view();
   };
   Options options(sections[0]);
   const bool systemExists = options.Flag();

@@ -101,25 +101,16 @@ std::string Decoded(std::string_view bytes) {
 }
 
 std::vector<std::string> FileLines(std::string_view file) {
-  std::vector<std::string_view> lines = Split(file, '\n');
-  if (lines.back().empty()) {
+  std::string bytes(file);
+  bytes.erase(std::remove(bytes.begin(), bytes.end(), '\r'), bytes.end());
+  std::vector<std::string> lines;
+  for (const std::string_view line : Split(bytes, '\n')) {
+    lines.push_back(Decoded(line));
+  }
+  if (bytes.empty() || bytes.back() == '\n') {
     lines.pop_back();
   }
-  std::vector<std::string> texts;
-  for (const std::string_view line : lines) {
-    std::string bytes(line);
-    bytes.erase(std::remove(bytes.begin(), bytes.end(), '\r'), bytes.end());
-    texts.push_back(Decoded(bytes));
-  }
-  return texts;
-}
-
-std::string_view WithoutLastReturns(std::string_view file) {
-  const std::size_t end = file.find_last_not_of('\r');
-  if (end == std::string_view::npos) {
-    return {};
-  }
-  return file[end] == '\n' ? file.substr(0, end + 1) : file;
+  return lines;
 }
 
 std::string_view Trimmed(std::string_view utf8) {

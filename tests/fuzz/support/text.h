@@ -17,10 +17,6 @@ std::string Decoded(std::string_view bytes);
 /// to the line ends wherever they stand, and a line feed that ends the file begins no line.
 std::vector<std::string> FileLines(std::string_view file);
 
-/// Without a last line of nothing but carriage returns: whether that is a line depends on where it
-/// lies in Qt's buffer.
-std::string_view WithoutLastReturns(std::string_view file);
-
 /// Without the white space at both ends (the Unicode property White_Space).
 std::string_view Trimmed(std::string_view utf8);
 

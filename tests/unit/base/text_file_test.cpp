@@ -43,6 +43,22 @@ TEST(TextFileTest, CarriageReturnsAreDropped) {
   EXPECT_EQ(LinesOf("a\r\nb\r\r\nc\rd\n\re"), List({"a", "b", "cd", "e"}));
 }
 
+TEST(TextFileTest, CarriageReturnsAtTheEndAreNoLineWhereverTheyLieInTheBuffer) {
+  constexpr int kBuffer = 16384;  // what Qt reads at once
+  const QByteArray returns(kBuffer + 1, '\r');
+  for (const int before : {0, 1, 2, kBuffer - 2, kBuffer - 1, kBuffer, kBuffer + 1}) {
+    for (const int count : {1, 2, kBuffer + 1}) {
+      const QByteArray lines = before == 0 ? "" : QByteArray(before - 1, 'x') + "\n";
+      EXPECT_EQ(LinesOf(lines + returns.left(count)), LinesOf(lines))
+          << count << " behind " << before;
+    }
+  }
+}
+
+TEST(TextFileTest, CarriageReturnsThatFillTheBufferDoNotEndTheFile) {
+  EXPECT_EQ(LinesOf("a\n" + QByteArray(40'000, '\r') + "\nb\n"), List({"a", "", "b"}));
+}
+
 TEST(TextFileTest, CarriageReturnBetweenTheBytesOfACharacterIsDropped) {
   EXPECT_EQ(LinesOf("\xDF\r\x87\n"), List({"\u07C7"}));
 }

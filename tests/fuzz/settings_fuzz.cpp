@@ -29,6 +29,26 @@ bool ConsistsOf(std::string_view text, std::string_view punctuation) {
   });
 }
 
+// What the section of this name puts in front of its keys: "general", in any letter case, is no
+// section, and behind a "%" stands for one of that name.
+std::optional<std::string> PrefixIn(std::string_view name) {
+  constexpr std::string_view kGeneral = "general";
+  const bool escaped = name.front() == '%';
+  if (escaped) {
+    name.remove_prefix(1);
+  }
+  const bool general =
+      std::equal(name.begin(), name.end(), kGeneral.begin(), kGeneral.end(),
+                 [](char byte, char lower) { return byte == lower || byte == lower - 'a' + 'A'; });
+  if (general && !escaped) {
+    return "";
+  }
+  if (!ConsistsOf(name, "") || (escaped && !general)) {
+    return {};
+  }
+  return std::string(name) + "/";
+}
+
 // A file of the plain form: comments, and keys with values in which nothing is escaped or quoted,
 // in sections or not.
 std::optional<Entries> PlainEntries(std::string_view file) {
@@ -42,11 +62,11 @@ std::optional<Entries> PlainEntries(std::string_view file) {
       continue;
     }
     if (line.size() > 2 && line.front() == '[' && line.back() == ']') {
-      const std::string_view name = line.substr(1, line.size() - 2);
-      if (!ConsistsOf(name, "")) {
+      const std::optional<std::string> prefix = PrefixIn(line.substr(1, line.size() - 2));
+      if (!prefix) {
         return {};
       }
-      section = name == "General" ? "" : std::string(name) + "/";
+      section = *prefix;
       continue;
     }
     const std::size_t equals = line.find('=');

@@ -112,16 +112,19 @@ std::string PriorityText(std::int32_t facility, std::int32_t severity) {
   return std::to_string(sum);
 }
 
-// In UTC, in the Gregorian calendar for ever; only asked for times that are a date in milliseconds.
-std::string DateText(std::int64_t seconds) {
+// A time counts by its milliseconds, of which 64 bits are kept: those farther off wrap around.
+std::int64_t SecondsThatCount(std::int64_t seconds) {
+  const auto milliseconds = static_cast<std::int64_t>(static_cast<std::uint64_t>(seconds) * 1000U);
+  return milliseconds / 1000 - (milliseconds % 1000 < 0 ? 1 : 0);
+}
+
+// In UTC, in the Gregorian calendar for ever.
+std::string DateText(std::int64_t time) {
+  const std::int64_t seconds = SecondsThatCount(time);
   const tm *const date = gmtime(&seconds);
   std::array<char, 32> text{};
   std::strftime(text.data(), text.size(), "%b %d %H:%M:%S", date);
   return text.data();
-}
-
-bool HasDate(std::int64_t seconds) {
-  return seconds >= INT64_MIN / 1000 && seconds <= INT64_MAX / 1000;
 }
 
 std::string PrintedFor(const Record &record) {
@@ -136,9 +139,7 @@ std::string PrintedFor(const Record &record) {
 
 // The template by default, filled in.
 std::string LineFor(const Record &record, const std::string &priority) {
-  const std::string date =
-      HasDate(record.Time()) ? DateText(record.Time()) : Utf8(FormatDate(record.Time()));
-  return "<" + priority + "> " + date + " " + kName + "(" + kAddress +
+  return "<" + priority + "> " + DateText(record.Time()) + " " + kName + "(" + kAddress +
          "): " + Decoded(record.Id()) + " " + kDescription + " - " + Decoded(record.Values()) +
          " (" + kSeverityName + ")";
 }

@@ -76,9 +76,12 @@ class Model {
 // The order among events of one kind is not defined, that of the kinds is.
 Events TakeEventsInOrder() {
   Events events = TakeEvents();
-  std::stable_sort(events.begin(), events.end(), [](const auto &left, const auto &right) {
-    return left.first == right.first && left.second < right.second;
-  });
+  for (auto run = events.begin(); run != events.end();) {
+    const auto end = std::find_if(run, events.end(),
+                                  [run](const auto &event) { return event.first != run->first; });
+    std::sort(run, end);
+    run = end;
+  }
   return events;
 }
 

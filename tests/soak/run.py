@@ -195,6 +195,16 @@ def expect_balance(counts):
         raise Violation(f"{lines} events were to be lines, and {found} lines are accounted for")
 
 
+def expect_failures_met(soak, counts):
+    """A run that met no failure of some kind tells nothing of what the service does then."""
+    met = {"line delivered": counts["delivered"], "datagram to nobody": counts["to nobody"],
+           "line cut off": counts["cut"], "connection reset": soak.collector.resets,
+           "connection refused": soak.refusals, "batch held up": soak.stalls}
+    missing = [name for name, count in met.items() if count == 0]
+    if missing:
+        raise Violation(f"not a single {', '.join(missing)}")
+
+
 def expect_no_growth(first, last):
     growth = last.own - first.own
     if growth > MOST_GROWTH:
@@ -252,6 +262,8 @@ def main():
         expect_balance(counts)
         expect_each_sent_event_once(soak, sandbox)
         expect_no_growth(first, last)
+        expect_failures_met(soak, counts)
+        sandbox.expect_no_sanitizer_report()
         print("The law held.")
         return 0
     except AssertionError as failure:

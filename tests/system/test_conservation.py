@@ -2,9 +2,10 @@
 
 import pytest
 
-from support.conservation import Ledger, check
+from support.conservation import LONGEST_DATAGRAM, Ledger, check
 from support.sandbox import Sandbox
 from support.service_output import TCP, UDP, UNRESOLVED, Violation
+from support.witness import ANY
 
 START = b"""Starting service...
 loading Event definitions...
@@ -43,20 +44,21 @@ class MadeUp:
 class Scene:
     """A ledger of one made-up service and one made-up collector."""
 
-    def __init__(self, output, definitions=DEFINITIONS, running=True):
+    def __init__(self, output, definitions=DEFINITIONS, running=True, **kwargs):
         self.ledger = Ledger()
-        self.service = self.add(output, definitions, running)
+        self.service = self.add(output, definitions, running, **kwargs)
 
-    def add(self, output, definitions=None, running=False):
+    def add(self, output, definitions=None, running=False, faults="", errors=b""):
         program = MadeUp(
-            stdout_bytes=output, status=0, is_running=lambda: running)
-        self.ledger.add(program, definitions)
+            stdout_bytes=output, stderr_bytes=errors, status=0, is_running=lambda: running)
+        self.ledger.add(program, definitions, faults)
         return program
 
     def collect(self, protocol, messages=(), connections=(), opened=0, closed=None, port=5514):
         mark = None if closed is None else {self.service: closed}
+        collector = ANY if protocol is ANY else (protocol, port)
         self.ledger.receivers.append(MadeUp(
-            collector=(protocol, port), messages=messages, connections=connections,
+            collector=collector, messages=messages, connections=connections,
             opened={self.service: opened}, closing=mark, closed=mark, drain=lambda: None))
         return self
 
@@ -77,11 +79,15 @@ def over_tcp(output, *connections, **service):
     return Scene(OVER_TCP + output, **service).collect(TCP, connections=connections).account()
 
 
-def expect_violations(deliver, cases):
+def to_store(output, *messages):
+    return Scene(OVER_TCP + output).collect(ANY, messages).account()
+
+
+def expect_violations(deliver, cases, **service):
     for name, arguments in cases.items():
         print("now:", name)  # is shown if nothing is found wrong with it
         with pytest.raises(Violation):
-            deliver(*arguments)
+            deliver(*arguments, **service)
 
 
 def test_everything_that_was_made_into_lines_and_arrived_passes():
@@ -117,9 +123,11 @@ def test_datagrams_that_are_not_the_lines_are_found():
         "swapped": (DELIVERY, TWO, ONE, THREE),
         "foreign": (DELIVERY, ONE, TWO, b"foreign", THREE),
         "changed": (DELIVERY, ONE, TWO, THREE + b" "),
+    })
+    expect_violations(over_udp, {
         "more lost than reported": (DELIVERY + NOT_SENT, ONE),
         "fewer lost than reported": (DELIVERY + NOT_SENT, ONE, TWO, THREE),
-    })
+    }, faults="sendto:1:1")
 
 
 def test_connections_that_are_not_the_batches_are_found():
@@ -136,16 +144,63 @@ def test_connections_that_are_not_the_batches_are_found():
         "reset, and lost twice": (DELIVERY + 3 * NOT_SENT, connection(b"perf01 1\n", False)),
         "reset, and not a beginning": (DELIVERY, connection(b"perf01 2", is_complete=False)),
         "still open": (DELIVERY, connection(whole, is_complete=False, is_open=True)),
+    })
+    expect_violations(over_tcp, {
         "fewer lost than reported": (DELIVERY + NOT_SENT, connection(whole)),
         "more lost than reported": (DELIVERY + NOT_SENT, connection(b"perf01 1\n")),
-    })
+    }, faults="send:1:104")
 
 
-def test_lines_reported_as_not_sent_are_lost_by_rule():
-    counts = over_udp(DELIVERY + NOT_SENT, ONE, THREE)
-    assert (counts["delivered"], counts["not sent"]) == (2, 1)
-    counts = over_tcp(DELIVERY + NOT_SENT, connection(b"perf01 1\nperf01 3\n"))
+def test_lines_that_could_not_be_sent_are_lost_by_rule():
+    for faults in ("sendto:2:101", "sleep:1+:4,sendto@3>socket:1+:1"):
+        counts = over_udp(DELIVERY + NOT_SENT, ONE, THREE, faults=faults)
+        assert (counts["delivered"], counts["not sent"]) == (2, 1)
+    counts = over_tcp(DELIVERY + NOT_SENT, connection(b"perf01 1\nperf01 3\n"),
+                      faults="send:2:104")
     assert (counts["delivered"], counts["not sent"], counts["cut"]) == (2, 1, 0)
+    counts = over_tcp(DELIVERY + NOT_SENT, connection(b"perf01 1\nper", is_complete=False))
+    assert (counts["delivered"], counts["not sent"], counts["cut"]) == (1, 1, 1)
+    counts = over_udp(DELIVERY + NOT_SENT, ONE, THREE, errors=b"accept: Too many open files\n")
+    assert (counts["delivered"], counts["not sent"]) == (2, 1)
+
+
+def test_line_that_no_datagram_holds_is_lost_by_rule():
+    long_value = b"x" * (LONGEST_DATAGRAM - len(b"perf01 "))
+
+    def deliver(value):
+        return over_udp(event(value) + batch(b"perf01 " + value) + NOT_SENT)
+
+    assert deliver(long_value + b"x")["not sent"] == 1
+    with pytest.raises(Violation):
+        deliver(long_value)
+
+
+def test_line_reported_as_not_sent_for_no_reason_is_found():
+    one_udp, nowhere = (DELIVERY + NOT_SENT, ONE, THREE), (DELIVERY + 3 * NOT_SENT,)
+    expect_violations(over_udp, {"one": one_udp, "all": nowhere})
+    expect_violations(over_udp, {"all but one": nowhere}, faults="sendto:1:1")
+    expect_violations(over_udp, {"for a call that nobody makes": one_udp}, faults="send:1+:1")
+    expect_violations(over_udp, {"by a service that ended": one_udp}, running=False)
+    one_tcp = (DELIVERY + NOT_SENT, connection(b"perf01 1\nperf01 3\n"))
+    all_tcp = (*nowhere, connection(b""))
+    expect_violations(over_tcp, {
+        "one": one_tcp, "all": all_tcp, "without a connection": nowhere})
+    expect_violations(over_tcp, {"all but one": all_tcp}, faults="send:1:32")
+    expect_violations(over_tcp, {"for a call that nobody makes": one_tcp}, faults="sendto:1+:1")
+    expect_violations(over_tcp, {
+        "by a service that ended": one_tcp, "and without a connection": nowhere}, running=False)
+    with pytest.raises(Violation):
+        Scene(OVER_TCP + DELIVERY + 3 * NOT_SENT).account()
+    assert to_store(DELIVERY, ONE, TWO, THREE)["delivered"] == 3
+    expect_violations(to_store, {"one": (DELIVERY + NOT_SENT, ONE, THREE)})
+
+
+def test_every_line_without_a_socket_must_be_reported_as_not_sent():
+    reload = RELOADED + b"facility: 1\nError creating socket\n"
+    output = DELIVERY + reload + event(b"4") + batch(b"perf01 4")
+    counts = over_udp(output + NOT_SENT, ONE, TWO, THREE)
+    assert (counts["delivered"], counts["not sent"]) == (3, 1)
+    expect_violations(over_udp, {"without a word": (output, ONE, TWO, THREE)})
 
 
 def test_every_line_without_any_collector_must_be_reported_as_not_sent():
@@ -167,6 +222,8 @@ def test_datagrams_are_lost_by_rule_only_while_no_collector_is_there():
 
 def test_connection_that_the_collector_cut_may_carry_a_beginning():
     counts = over_tcp(DELIVERY, connection(b"perf01 1\nper", is_complete=False))
+    assert (counts["delivered"], counts["cut"]) == (1, 2)
+    counts = over_tcp(DELIVERY, connection(b"perf01 1\nper"), running=False)
     assert (counts["delivered"], counts["cut"]) == (1, 2)
 
 

@@ -6,7 +6,10 @@ arrives at the collector that the settings name: each line once, in order, byte 
 the two ends something is lost only as follows, and is counted under the name of its rule.
 
 - not defined, not allowed: dropped as it came in
-- not sent: a line for which the service said "Error sending message"
+- not sent: a line for which the service said "Error sending message", with a reason: no
+  collector was ever resolved, there was no socket, the call that sends was made to fail, the line
+  is longer than a datagram, the TCP collector cut the connection, or a failed accept left two
+  threads that share a socket
 - to nobody: a datagram while no collector was there
 - cut: what a TCP collector did not read of a connection, or did not accept, before it closed
 - ended: what waited, or was on its way, when the service ended
@@ -17,6 +20,8 @@ A client that ended with status 0 had its event taken in.
 
 import collections
 import itertools
+import math
+import re
 import time
 
 from .polling import INTERVAL
@@ -24,6 +29,8 @@ from .service_output import RECORD, TCP, UDP, ServiceOutput, Violation
 from .witness import ANY
 
 SETTLING = 8.0  # seconds that what is on its way has to arrive; above the longest pass
+LONGEST_DATAGRAM = 65507  # bytes
+SENDING_CALLS = {UDP: "sendto", TCP: "send"}
 LONGEST_INTERVAL = 0.5  # seconds between two looks, each of which is at everything
 WHITE_SPACE = "\t\n\v\f\r \x85\xa0\u1680\u2028\u2029\u202f\u205f\u3000" + "".join(
     map(chr, range(0x2000, 0x200b)))
@@ -38,30 +45,30 @@ class Ledger:
         self.address_may_be_missing = True  # unless a test has just given it back
         self._programs = []
 
-    def add(self, process, definitions):
-        """`definitions` are the bytes of the definitions file that the program found, or None."""
-        self._programs.append((process, definitions))
+    def add(self, process, definitions, faults=""):
+        """`definitions` are the bytes of the definitions file that the program found, or None;
+        `faults` are the calls that are made to fail (OV_FAULTS, see faults.c)."""
+        self._programs.append((process, definitions, faults))
 
     def forget_definitions(self, process):
         """For a service that could not read the definitions that are there: what it calls not
         defined is taken for that."""
-        self._programs = [(other, None if other is process else definitions)
-                          for other, definitions in self._programs]
+        self._programs = [(other, None if other is process else definitions, faults)
+                          for other, definitions, faults in self._programs]
 
     def mark(self):
         """How much each service has printed so far."""
-        return {process: len(process.stdout_bytes) for process, _ in self._programs
+        return {process: len(process.stdout_bytes) for process, *_ in self._programs
                 if is_service(process)}
 
     def services(self):
-        return [Service(process, definitions) for process, definitions in self._programs
-                if is_service(process)]
+        return [Service(*program) for program in self._programs if is_service(program[0])]
 
     def sent_records(self):
         """The records that clients were told to have been sent, as they printed them."""
         if not self.clients_have_a_service:
             return []
-        return [process.stdout_bytes for process, _ in self._programs
+        return [process.stdout_bytes for process, *_ in self._programs
                 if RECORD.fullmatch(process.stdout_bytes) and process.status == 0]
 
 
@@ -72,10 +79,12 @@ def is_service(process):
 class Service:
     """What one service did, and whether it may go on."""
 
-    def __init__(self, process, definitions):
+    def __init__(self, process, definitions, faults):
         self.process = process
         self.is_running = process.is_running()
         self.output = ServiceOutput(process.stdout_bytes, definitions)
+        self._faults = faults
+        self._may_have_two_threads = b"accept: " in process.stderr_bytes
 
     def printed(self, mark):
         return mark.get(self.process, 0)
@@ -84,6 +93,20 @@ class Service:
         """Whether the service has done all that it ever will for a batch that it may not have
         come to the end of."""
         return batch.is_last and not self.is_running
+
+    def explains_failures(self, batch):
+        """Whether there is a reason, other than the collector, for all lines of a batch that were
+        reported as not sent."""
+        protocol, _ = batch.collector
+        too_long = sum(protocol == UDP and len(line) > LONGEST_DATAGRAM for line in batch.lines)
+        return (self._may_have_two_threads
+                or batch.failed <= too_long + injected(self._faults, SENDING_CALLS[protocol]))
+
+
+def injected(faults, call):
+    """How many calls of a function are made to fail."""
+    entries = re.findall(rf"(?:^|,){call}(?:[@>][^:]*)?:\d+(\+?):", faults)
+    return sum(math.inf if and_later else 1 for and_later in entries)
 
 
 def check(ledger, settling=SETTLING):
@@ -174,7 +197,15 @@ def follow_to_nowhere(batches, _):
     return {}
 
 
+def expect_reasons(batches):
+    for service, batch in batches:
+        if not service.explains_failures(batch):
+            raise Violation(f"{batch.failed} of {batch.lines} were reported as not sent, for no "
+                            "reason")
+
+
 def follow_datagrams(batches, receivers):
+    expect_reasons(batches)
     messages = [message for receiver in receivers for message in receiver.messages]
     reached = {0}  # how many messages may be those of the batches so far
     for service, batch in batches:
@@ -225,7 +256,7 @@ def follow_connections(batches, receivers):
         after = {}
         for position, delivered in reached.items():
             carried = None if position == len(connections) else carried_lines(
-                connections[position], chunks, batch.failed, service.is_over(batch))
+                connections[position], chunks, service, batch)
             if carried is not None:
                 after[position + 1] = delivered + carried
             if may_lack_a_connection(service, batch, receivers):
@@ -245,6 +276,7 @@ def follow_connections(batches, receivers):
 
 def follow_lines(batches, stores):
     """To a collector that stores lines, whatever connections they came over."""
+    expect_reasons(batches)
     messages = [message for store in stores for message in store.messages]
     reached = {0}
     for service, batch in batches:
@@ -259,12 +291,16 @@ def over_tcp(line):
     return line.decode().strip(WHITE_SPACE).encode() + b"\n"
 
 
-def carried_lines(connection, chunks, failed, is_over):
+def carried_lines(connection, chunks, service, batch):
     """How many lines of a batch a connection carried: all but those that were reported as not
     sent, or the beginning, where the collector or the service ended before. None if it cannot be
     that batch's."""
     content = bytes(connection.content)
-    if is_over or not connection.is_complete and not connection.is_open:
+    failed = batch.failed
+    was_cut = not connection.is_complete and not connection.is_open
+    if not was_cut and not service.explains_failures(batch):
+        return None
+    if was_cut or service.is_over(batch):
         whole = lines_within(chunks, content)
         fits = b"".join(chunks).startswith(content) and whole + failed <= len(chunks)
         return whole if fits else None
@@ -284,10 +320,11 @@ def lines_within(chunks, beginning):
 
 
 def may_lack_a_connection(service, batch, listeners):
-    """Whether a batch may be on no connection that was accepted: the service ended, it is held, or
-    the listener closed while the connection waited to be accepted."""
-    if service.is_over(batch) or is_refused([batch], listeners) and batch.is_last:
+    """Whether a batch may be on no connection that was accepted: the listener closed while the
+    connection waited to be accepted, the service ended, or the batch is held."""
+    if any(batch.start < service.printed(listener.closed) and (
+            batch.next_start is None or service.printed(listener.closing) <= batch.next_start)
+            for listener in listeners if listener.closed is not None):
         return True
-    return any(batch.start < service.printed(listener.closed) and (
-        batch.next_start is None or service.printed(listener.closing) <= batch.next_start)
-        for listener in listeners if listener.closed is not None)
+    is_unconnected = service.is_over(batch) or is_refused([batch], listeners) and batch.is_last
+    return is_unconnected and service.explains_failures(batch)

@@ -50,6 +50,9 @@ class Sandbox:
             check(self.ledger)
         finally:
             self.end()
+        self.expect_no_sanitizer_report()
+
+    def expect_no_sanitizer_report(self):
         for process in self._processes:
             assert not SANITIZER_REPORT.search(process.stderr_bytes), process.stderr
 
@@ -78,7 +81,7 @@ class Sandbox:
              "--wd=/tmp", "--", "env", "-i",
              *(f"{name}={value}" for name, value in environment.items()), *command], **kwargs)
         self._processes.append(process)
-        self.ledger.add(process, self._definitions())
+        self.ledger.add(process, self._definitions(), environment.get("OV_FAULTS", ""))
         return process
 
     def _definitions(self):

@@ -24,7 +24,8 @@ SETTING_LINE = re.compile(rb"(\w+): .*\n")
 UNRESOLVED = b"Invalid IP address or hostname: "
 LINE_STARTS = (b"> ", b">>> ", b"Starting ", b"Stopping ", b"listening...", b"Server is listening",
                b"Error ", UNRESOLVED, b"Event ")
-NO_SENDER = (b"Error creating socket", UNRESOLVED)
+NO_SOCKET = b"Error creating socket"
+NO_SENDER = (NO_SOCKET, UNRESOLVED)
 
 
 class Violation(AssertionError):
@@ -44,7 +45,7 @@ class Event:
 @dataclasses.dataclass
 class Batch:
     """The lines of one pass, with the collector that they are sent to: a protocol and a port, or
-    None while no collector was ever resolved."""
+    None while no collector was ever resolved, or there is no socket to reach it."""
     start: int
     collector: tuple
     lines: list = dataclasses.field(default_factory=list)
@@ -63,19 +64,21 @@ class Settings:
         self.protocol = UDP
         self.collectors = {UDP: None, TCP: None}
         self.monitor_events = set()  # raised by a monitor of this cycle or an earlier one
+        self._has_socket = True
         self._port = 514
         self._switches = dict.fromkeys(MONITOR_EVENTS, 0)
 
     @property
     def collector(self):
-        return self.collectors[self.protocol]
+        return self.collectors[self.protocol] if self._has_socket else None
 
-    def take_over(self, values, has_sender):
+    def take_over(self, values, has_sender, has_socket):
         self.template = values.get("formatString", self.template)
         if "allowed" in values:
             self.allowed = {word.strip() for word in values["allowed"].split(" ")}
         if "protocol" in values:
             self.protocol = TCP if values["protocol"] == TCP else UDP
+        self._has_socket = has_socket or self.protocol == TCP  # which makes its own for a batch
         self._port = integer(values.get("port"), self._port)
         if has_sender:
             self.collectors[self.protocol] = (self.protocol, self._port & 0xffff)
@@ -204,7 +207,7 @@ class ServiceOutput:
             elif key is not None:
                 values[key] += "\n" + line
         self._settings = copy.deepcopy(self._settings_before)
-        self._settings.take_over(values, not self._is_at(NO_SENDER))
+        self._settings.take_over(values, not self._is_at(NO_SENDER), not self._is_at(NO_SOCKET))
 
     def _take_unresolved(self):
         if self._may_print_settings:

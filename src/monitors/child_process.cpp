@@ -90,7 +90,12 @@ bool ReadAvailable(const UniqueFd &pipe, QByteArray &output) {
   return received > 0;
 }
 
-// Poll's time-out, rounded up so that it does not spin through the last millisecond.
+// Returns whether the program still runs.
+bool Reap(pid_t pid, int options) {
+  return TEMP_FAILURE_RETRY(waitpid(pid, nullptr, options)) == 0;
+}
+
+// Poll's time-out, rounded up so that the program has its whole time.
 int MillisecondsUntil(Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
   return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
@@ -113,16 +118,16 @@ ChildProcess::ChildProcess(const QString &program, const QStringList &arguments)
 }
 
 ChildProcess::~ChildProcess() {
-  if (pid_ == 0 || waitpid(pid_, nullptr, WNOHANG) != 0) {
+  if (pid_ == 0 || !Reap(pid_, WNOHANG)) {
     return;
   }
   kill(pid_, SIGKILL);
   if (process_.IsOpen()) {
     pollfd ended{process_.Get(), POLLIN, 0};
     TEMP_FAILURE_RETRY(poll(&ended, 1, std::chrono::milliseconds(kKillTimeout).count()));
-    waitpid(pid_, nullptr, WNOHANG);
+    Reap(pid_, WNOHANG);
   } else {
-    TEMP_FAILURE_RETRY(waitpid(pid_, nullptr, 0));
+    Reap(pid_, 0);
   }
 }
 
@@ -140,14 +145,11 @@ QByteArray ChildProcess::ReadUntilEnd(std::chrono::milliseconds timeout) {
     if (ready < 0 && errno == EINTR) {
       continue;
     }
-    if (ready <= 0) {
-      break;
-    }
-    // Also without word of it: the program may have written and ended since.
+    // Also without word of it: the program may have written and ended since, or the poll failed.
     if (!ReadAvailable(output_, output) || output.size() > kOutputLimit) {
       written.fd = -1;  // closed: only the end is left to wait for
     }
-    if (ended.revents != 0 || left == 0) {
+    if (ready <= 0 || ended.revents != 0 || left == 0) {
       break;
     }
   }

@@ -18,8 +18,8 @@
  * Where two are about one call, both count it, and the first decides.
  *
  * A call of `sleep` that fails returns at once, and so does one of `poll` that fails with -1: its
- * time is over. A `close` or `pthread_join` that fails has done its work nevertheless. The programs
- * that the event logger runs are left alone.
+ * time is over. A `close` that fails has done its work nevertheless; the thread of a `pthread_join`
+ * that fails goes on. The programs that the event logger runs are left alone.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -255,7 +255,10 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*
 }
 
 int pthread_join(pthread_t thread, void **result) {
-  const int joined = REAL(pthread_join)(thread, result);
   const int error = (int)Fault("pthread_join", Nothing());
-  return error != 0 ? error : joined;
+  if (error != 0) {
+    REAL(pthread_detach)(thread); /* nobody else will release it */
+    return error;
+  }
+  return REAL(pthread_join)(thread, result);
 }

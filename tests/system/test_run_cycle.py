@@ -221,6 +221,29 @@ def test_failed_join_is_reported_and_the_next_cycle_starts(sandbox, udp_collecto
     assert udp_collector.wait_for(1) == [b"perf01 95"]
 
 
+# A reader of the output that goes away
+
+def test_service_whose_reader_of_standard_output_is_gone_ends_by_sigpipe_at_its_next_line(sandbox):
+    reader, writer = os.pipe()
+    service = sandbox.start_service(stdout=writer)
+    os.close(writer)
+    connection = sandbox.connect()
+    with connection:
+        os.close(reader)
+        connection.sendall(make_record("perf01", "95"))
+    service.wait()
+    assert service.ended_by == signal.SIGPIPE
+
+
+def test_service_whose_reader_of_standard_error_is_gone_ends_by_sigpipe_at_its_next_line(sandbox):
+    reader, writer = os.pipe()
+    os.close(reader)
+    service = sandbox.start_service(stderr=writer, env=sandbox.faulty(FAULTS="accept4:2:24"))
+    os.close(writer)
+    service.wait()
+    assert service.ended_by == signal.SIGPIPE
+
+
 # A failed accept
 
 @pytest.mark.parametrize("number, message", [

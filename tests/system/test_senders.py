@@ -1,9 +1,13 @@
 """How lines travel to the collector, and what becomes of them when it or the network fails."""
 
+import socket
+
 import pytest
 
 from support.collectors import TcpCollector, UdpCollector, bind_udp, listen, reset
+from support.monitors import descriptors
 from support.records import make_record
+from support.sandbox import Sandbox
 
 ROW = "perf01,CPU,CPU usage is high,warn"
 UDP = {"allowed": "perf01 big", "host": "127.0.0.1", "port": 5514, "formatString": "[VAL]"}
@@ -30,12 +34,12 @@ def start(sandbox, settings, held=False, **faults):
     return sandbox.start_listening_service(env=sandbox.faulty(**faults))
 
 
-def start_with_big_event(sandbox, **settings):
+def start_with_big_event(sandbox, env=None, **settings):
     """A held service whose event "big" has a description of that many bytes."""
     sandbox.write_definitions(ROW, f"big,BIG,{'x' * BIG},info")
     sandbox.hold_events()
     sandbox.write_settings(**{**TCP, "formatString": "[DESC]|[VAL]", **settings})
-    return sandbox.start_listening_service()
+    return sandbox.start_listening_service(env=env)
 
 
 def lines_after_processing(service):
@@ -214,6 +218,30 @@ def test_reset_in_mid_batch_loses_the_lines_that_are_left(sandbox):
     sandbox.send_bytes(event("4"))
     assert read_all(listener.accept()[0]) == b"CPU usage is high|4\n"
     assert (service.lines.count(NOT_SENT), service.stderr) == (2, "")
+
+
+@pytest.fixture
+def overlapping_passes():
+    """A sandbox without the check of conservation, which does not know such passes."""
+    box = Sandbox()
+    yield box
+    box.end()
+
+
+def test_batch_beside_another_after_a_failed_accept_loses_its_rest(overlapping_passes):
+    sandbox = overlapping_passes
+    listener = listen(sandbox, receive_buffer=4096)
+    service = start_with_big_event(sandbox, sandbox.hasty(FAULTS="accept4>send:1:24"))
+    sandbox.send_batch(service, make_record("big", "1"), make_record("big", "2"))
+    first, _ = listener.accept()
+    service.wait_for_cycle(2)
+    sandbox.send_bytes(event("3"))
+    assert read_all(listener.accept()[0]) == b"CPU usage is high|3\n"
+    assert service.lines.count(NOT_SENT) == 0
+    line = b"x" * BIG + b"|1\n"
+    assert first.recv(len(line), socket.MSG_WAITALL) == line
+    service.wait_for_line(NOT_SENT)
+    assert (len(descriptors(service)), service.threads) == (2, 3)  # one of each for nothing
 
 
 def test_collector_that_closes_in_mid_batch_does_not_end_the_service(sandbox):

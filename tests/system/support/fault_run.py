@@ -3,7 +3,7 @@
 import re
 
 from .collectors import TcpCollector, UdpCollector
-from .monitors import EVENTS, SETTINGS, children, descriptors
+from .monitors import EVENTS, NAMES, SETTINGS, children, descriptors
 from .polling import wait_until
 from .records import make_record
 from .sandbox import FALLBACK_DEFINITIONS, SERVICE_SOCKET
@@ -11,6 +11,9 @@ from .sandbox import FALLBACK_DEFINITIONS, SERVICE_SOCKET
 ROWS = [f"{event},label,text,info" for event in EVENTS]
 LOG = "/tmp/faults"
 MARK = "/tmp/mark"  # for scripts
+
+LEFTOVERS = {"a descriptor stays open", "a zombie stays", "a zombie may stay",
+             "a processing thread stays", "a processing thread may stay", "the program runs on"}
 
 # Every line of a service or a client to which nothing happens.
 USUAL = {
@@ -24,7 +27,7 @@ USUAL = {
 
 class FaultRun:
     """The stage of one run: settings, scripts and collectors stand ready; the situation starts the
-    service. Events have the numbers 1, 2... as values; `struck` is the one whose client or line
+    service. Events have the numbers 1, 2... as values; `struck` are those whose client or line
     the failing call is for."""
 
     def __init__(self, sandbox, collectors, row, error):
@@ -33,7 +36,7 @@ class FaultRun:
         self.error = error
         self.service = None
         self.client = None
-        self.struck = None
+        self.struck = set()
         self.monitored = []  # what is to arrive of a monitor
         self.lost = set()
         self.sockets = 2  # that a cycle holds open
@@ -62,7 +65,8 @@ class FaultRun:
         self._settings.update(settings)
         self.sandbox.write_settings(**self._settings)
         self.sockets = 1 if "protocol" in settings else 2
-        self.collector.clear()
+        for collector in self._collectors.values():
+            collector.clear()
         environment = self._environment(faults, delays)
         command = [self.sandbox.executable, "-s"]
         if closed_input:
@@ -73,13 +77,16 @@ class FaultRun:
 
     def change_settings(self, **settings):
         """Lets lines from now on look different, once the service has read it."""
-        self._settings.update(settings, formatString="[ID] [VAL] new")
+        self._settings.update(settings, formatString=f"{self._settings['formatString']} new")
+        if "protocol" in settings:
+            self.sockets = 1
         self.sandbox.write_settings(**self._settings)
 
     def start_client(self, *faults):
-        self.struck = self._add_event()
+        values = self._add_event()
+        self.struck.add(values)
         self.client = self.sandbox.start_client(
-            "perf01", self.struck, env=self._environment(faults, ()))
+            "perf01", values, env=self._environment(faults, ()))
 
     def _add_event(self):
         values = str(len(self._lines) + 1)
@@ -92,13 +99,12 @@ class FaultRun:
         self._settings["formatString"] = SETTINGS["formatString"]
 
     def open_client(self):
-        """A client that has connected, and the record of its event, which is the struck one."""
-        connection = self.sandbox.connect()
-        self.struck = self._add_event()
-        return connection, make_record("perf01", self.struck)
+        """A client that has connected, and the values and record of its event."""
+        values = self._add_event()
+        return self.sandbox.connect(), values, make_record("perf01", values)
 
     def raise_struck_event(self):
-        self.struck = self.raise_event()
+        self.struck.add(self.raise_event())
 
     def raise_event(self):
         values = self._add_event()
@@ -156,18 +162,27 @@ class FaultRun:
 
     def assert_leaves_nothing(self):
         left = self.row.leftovers
-        assert set(left) <= {"a descriptor stays open", "a zombie stays", "a zombie may stay"}
+        assert set(left) <= LEFTOVERS
         sockets = self.sockets + left.count("a descriptor stays open")
         zombies = left.count("a zombie stays")
         numbers = {zombies, zombies + left.count("a zombie may stay")}
+        threads = self._threads()
+        beside = left.count("a processing thread stays")
+        threads = {threads + beside, threads + beside + left.count("a processing thread may stay")}
         seen = []  # twice the same, as any ended process is a zombie for a moment
 
         def settled():
             seen.append(children(self.service))
             return (len(descriptors(self.service)) == sockets and len(seen[-1]) in numbers
-                    and {state for _, state in seen[-1]} <= {"Z"} and seen[-1] in seen[:-1])
-        wait_until(settled, lambda: f"{descriptors(self.service)}, {children(self.service)}; "
-                   f"{self}")
+                    and {state for _, state in seen[-1]} <= {"Z"} and seen[-1] in seen[:-1]
+                    and self.service.threads in threads)
+        wait_until(settled, lambda: f"{descriptors(self.service)}, {children(self.service)}, "
+                   f"{self.service.threads} threads; {self}")
+
+    def _threads(self):
+        """How many the service usually has: its first, the processing thread and its monitors'."""
+        monitors = sum(self._settings.get(switch, 0) for switch in NAMES)
+        return 2 + monitors - (self.row.outcome == "the monitor does not run")
 
     def end(self):
         for process in self.client, self.service:

@@ -81,7 +81,13 @@ def start_without_input(run):
 
 
 def read_definitions(run):
-    run.start_service(place(run.row, detail=DEFINITIONS))
+    """With a monitor only where nobody looks for its events' descriptions in vain."""
+    if run.row.outcome == "no event is defined":
+        write_usb_script(run, "echo A")
+        monitor = {**USB, "formatString": "[ID] [VAL] [DESC]"}
+    else:
+        monitor = {}
+    run.start_service(place(run.row, detail=DEFINITIONS), **monitor)
 
 
 def begin_first_cycle(run):
@@ -108,6 +114,13 @@ def change_collector_over_tcp(run):
     change_settings(run, change={"port": OTHER_PORT}, **TCP)
 
 
+def change_protocol(run):
+    run.start_service(place(run.row, 2))
+    run.service.wait_for_cycle(1)
+    run.change_settings(**TCP)
+    run.service.wait_for_cycle(2)
+
+
 def look_at_settings(run):
     start(run)
     run.wait_until_failed()
@@ -120,10 +133,11 @@ def look_for_client(run):
     run.raise_event()
 
 
-def let_client_wait(run):
+def let_clients_wait(run):
     run.start_service(place(run.row, after=A_CLIENT))
-    connection, record = run.open_client()
+    connection, _, record = run.open_client()
     wait_until(lambda: len(descriptors(run.service)) == 3, "a client that is taken in")
+    run.raise_struck_event()
     run.raise_struck_event()
     with connection:
         connection.sendall(record)
@@ -137,7 +151,8 @@ def raise_one_event(run):
 
 def take_in_slow_client(run):
     start(run)
-    connection, record = run.open_client()
+    connection, values, record = run.open_client()
+    run.struck.add(values)
     with connection:
         run.wait_until_failed()
         try:
@@ -153,7 +168,8 @@ def read_from_slow_client(run):
 
 def give_up_silent_client(run):
     run.start_service("poll@socket:1:-1", place(run.row))
-    connection, _ = run.open_client()
+    connection, values, _ = run.open_client()
+    run.struck.add(values)
     with connection:
         run.wait_until_printed()
 
@@ -182,7 +198,7 @@ def send_line_over_tcp(run):
 
 # Ends of cycles
 
-def hold_end_of_cycle(run, client_waits):
+def hold_end_of_cycle(run, waiting):
     """Lets the cycle wait for a monitor's script once it takes in no more clients."""
     write_usb_script(run, f"while [ -e {HOLD} ]; do sleep 0.01; done")
     run.sandbox.path(HOLD).touch()
@@ -190,17 +206,17 @@ def hold_end_of_cycle(run, client_waits):
     run.raise_arriving_event()
     run.change_settings(usbDevMon=0)
     run.service.wait_for_line(stopping("usbDevMon"))
-    if client_waits:
+    for _ in range(waiting):
         run.raise_struck_event()
     run.sandbox.path(HOLD).unlink()
 
 
-def end_cycle_with_client(run):
-    hold_end_of_cycle(run, client_waits=True)
+def end_cycle_with_clients(run):
+    hold_end_of_cycle(run, waiting=2)
 
 
 def end_cycle_without_client(run):
-    hold_end_of_cycle(run, client_waits=False)
+    hold_end_of_cycle(run, waiting=0)
 
 
 def stop_monitor(run):
@@ -252,6 +268,16 @@ def kill_program(run, *faults):
     run.start_service(*faults, **USB)
 
 
+def run_silent_program(run):
+    kill_program(run, place(run.row))
+
+
+def leave_output_unread(run):
+    """Fails once the program has printed, which a look that failed before has left in the pipe."""
+    write_usb_script(run, f"[ -e {MARK} ] && exec echo A\n: >{MARK}\necho A\nexec sleep 10")
+    run.start_service(f"ioctl:1:{errno.EBADF}", f"{run.row.function}>ioctl:1", **USB)
+
+
 def give_up_program(run):
     kill_program(run, GIVE_UP, place(run.row))
 
@@ -286,10 +312,11 @@ SITUATIONS = {
     "a later cycle begins": change_settings,
     "a later cycle has another collector": change_collector,
     "a later cycle over TCP has another collector": change_collector_over_tcp,
+    "a later cycle has another protocol": change_protocol,
     "the service looks at its settings": look_at_settings,
     "a changed file is looked at": change_settings,
     "the service looks for a client": look_for_client,
-    "a client waits to be taken in": let_client_wait,
+    "clients wait to be taken in": let_clients_wait,
     "the service pauses between two looks": start,
     "a client is taken in": raise_one_event,
     "a slow client is taken in": take_in_slow_client,
@@ -302,7 +329,7 @@ SITUATIONS = {
     "the processing thread pauses": start,
     "a cycle ends": change_settings,
     "no client waits as a cycle ends": end_cycle_without_client,
-    "a client waits as a cycle ends": end_cycle_with_client,
+    "clients wait as a cycle ends": end_cycle_with_clients,
     "a monitor starts": run_program,
     "a monitor pauses": run_program,
     "a monitor is stopped": stop_monitor,
@@ -310,6 +337,8 @@ SITUATIONS = {
     "the output of a program is made": make_output,
     "a program is started": run_program,
     "a program runs": run_program,
+    "a program runs that has not printed": run_silent_program,
+    "what a program printed is not yet read": leave_output_unread,
     "a program that goes on has printed": run_program_on,
     "a program has printed and ended": end_program_that_printed,
     "a program has ended": end_program,

@@ -152,13 +152,18 @@ class FaultRun:
                    lambda: f"{failed} in what failed; {self}")
 
     def assert_goes_on(self):
-        """A further event arrives, and with it exactly what is to; nothing is left behind."""
+        """Exactly what is to arrive does, and a further event behind it, which another processing
+        thread may take; nothing is left behind."""
+        self.wait_for_arrivals([*self.monitored, *self._due_lines()])
         self.raise_arriving_event()
-        lines = [line for values, line in self._lines.items() if values not in self.lost]
+        lines = self._due_lines()
         arrived = self.collector.texts()
         assert sorted(arrived) == sorted([*self.monitored, *lines]), self
         assert [line for line in arrived if line in lines] == lines  # in their order
         self.assert_leaves_nothing()
+
+    def _due_lines(self):
+        return [line for values, line in self._lines.items() if values not in self.lost]
 
     def assert_leaves_nothing(self):
         left = self.row.leftovers

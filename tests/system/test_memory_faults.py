@@ -22,7 +22,8 @@ pytestmark = [pytest.mark.skipif(bool(os.environ.get("OV_SANITIZER")),
 def machine():
     box = Sandbox(keep=[SWEEP])
     box.write_definitions("perf01,label,text,info")
-    box.write_settings(**SETTINGS | {"allowed": "perf01", "formatString": "[ID] [VAL] [DESC] [DATE]"})
+    box.write_settings(**{
+        **SETTINGS, "allowed": "perf01", "formatString": "[ID] [VAL] [DESC] [DATE]"})
     yield box
     box.close()
 

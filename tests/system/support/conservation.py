@@ -8,8 +8,8 @@ the two ends something is lost only as follows, and is counted under the name of
 - not defined, not allowed: dropped as it came in
 - not sent: a line for which the service said "Error sending message", with a reason: no
   collector was ever resolved, there was no socket, the call that sends was made to fail, the line
-  is longer than a datagram, the TCP collector cut the connection, or a failed accept left two
-  threads that share a socket
+  is longer than a datagram, the TCP collector cut the connection, or a failed accept or
+  join left two threads that share a socket
 - to nobody: a datagram while no collector was there
 - cut: what a TCP collector did not read of a connection, or did not accept, before it closed
 - ended: what waited, or was on its way, when the service ended
@@ -84,7 +84,8 @@ class Service:
         self.is_running = process.is_running()
         self.output = ServiceOutput(process.stdout_bytes, definitions)
         self._faults = faults
-        self._may_have_two_threads = b"accept: " in process.stderr_bytes
+        self._may_have_two_threads = any(
+            failed in process.stderr_bytes for failed in (b"accept: ", b"pthread_join: "))
 
     def printed(self, mark):
         return mark.get(self.process, 0)

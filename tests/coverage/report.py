@@ -102,14 +102,15 @@ def explanations():
 
 
 def print_uncovered(uncovered, reasons):
-    """Prints each branch with its reason, and returns whether all have one."""
+    """Prints each branch with its reason, and returns whether all have one, and none too many."""
     print("\nNot taken:")
     for branch in sorted(uncovered):
         print(f"{branch.file}:{branch.line}: {branch.function}: {branch.condition}: "
               f"never {branch.outcome}\n    {reasons.get(branch.key) or 'NOT EXPLAINED'}")
-    for key in reasons.keys() - {branch.key for branch in uncovered}:
+    stale = reasons.keys() - {branch.key for branch in uncovered}
+    for key in stale:
         print(f"explained, but taken or gone: {key}")
-    return all(reasons.get(branch.key) for branch in uncovered)
+    return not stale and all(reasons.get(branch.key) for branch in uncovered)
 
 
 def main(path):

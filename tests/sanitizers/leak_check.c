@@ -1,5 +1,5 @@
-/* Linked into the programs of the build with the address sanitizer. The service ends by a signal, at
- * which nobody looks for leaks; by SIGRTMAX it ends after a look. */
+/* Linked into the programs of the build with the address sanitizer. The service ends by a signal,
+ * at which nobody looks for leaks; by SIGRTMAX it ends after a look. */
 #include <sanitizer/lsan_interface.h>
 #include <signal.h>
 #include <stdlib.h>

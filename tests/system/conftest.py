@@ -10,8 +10,12 @@ def pytest_configure(config):
 
 
 def pytest_collection_modifyitems(items):
-    """The slow ones first, so that the others run beside them."""
-    items.sort(key=lambda item: item.get_closest_marker("slow") is None)
+    """The slow ones evenly among the first quarter: each worker begins with a stretch of that."""
+    slow = [item for item in items if item.get_closest_marker("slow")]
+    items[:] = [item for item in items if item not in slow]
+    distance = (len(items) + len(slow)) // 4 // len(slow) if slow else 1
+    for number, item in enumerate(slow):
+        items.insert(number * distance, item)
 
 
 @pytest.fixture

@@ -80,12 +80,17 @@ std::optional<Entries> PlainEntries(std::string_view file) {
   return entries;
 }
 
-// What Qt's reader makes of any other form is not this system's rule.
-Entries EntriesByQt() {
+// What Qt's reader makes of any other form is not this system's rule. Nothing for a file with half
+// of a surrogate pair, of which a text in UTF-8 does not tell.
+std::optional<Entries> EntriesByQt() {
   const QSettings file(QString::fromLatin1(kPath), QSettings::IniFormat);
   Entries entries;
   for (const QString &key : file.allKeys()) {
-    entries[Utf8(key)] = Utf8(file.value(key).toString());
+    const QString value = file.value(key).toString();
+    if (!(key + value).isValidUtf16()) {
+      return {};
+    }
+    entries[Utf8(key)] = Utf8(value);
   }
   return entries;
 }
@@ -251,8 +256,15 @@ void Place(std::string_view file, bool exists, std::int64_t second, Model &model
   }
   WriteFile(kPath, file);
   SetModificationSecond(kPath, second);
-  const std::optional<Entries> entries = PlainEntries(file);
-  model.SetFile(entries ? *entries : EntriesByQt(), second);
+  std::optional<Entries> entries = PlainEntries(file);
+  if (!entries) {
+    entries = EntriesByQt();
+  }
+  if (!entries) {
+    Place("", true, second, model);
+    return;
+  }
+  model.SetFile(entries, second);
   TakePrinted();
 }
 

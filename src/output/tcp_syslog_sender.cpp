@@ -1,7 +1,6 @@
 #include "output/tcp_syslog_sender.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <QByteArray>
 #include <cstdio>
@@ -22,13 +21,14 @@ bool TcpSyslogSender::Init(const QString &host, std::int32_t port) {
 
 bool TcpSyslogSender::Connect() {
   // What is held already is not closed first: a failed try leaves its socket open.
-  socket_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (socket_ == -1) {
+  socket_.Replace(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const SharedFd::Use inUse = socket_.InUse();
+  if (inUse.Get() == -1) {
     std::puts("Error creating socket");
     return false;
   }
   const sockaddr_in destination = destination_.Get();
-  if (connect(socket_, AsSocketAddress(destination), sizeof(destination)) != 0) {
+  if (connect(inUse.Get(), AsSocketAddress(destination), sizeof(destination)) != 0) {
     std::perror("connect");
     return false;
   }
@@ -38,16 +38,13 @@ bool TcpSyslogSender::Connect() {
 void TcpSyslogSender::Send(const QString &line) const {
   QByteArray bytes = line.trimmed().toUtf8();
   bytes.append('\n');
-  if (send(socket_, bytes.constData(), static_cast<std::size_t>(bytes.size()), MSG_NOSIGNAL) < 0) {
+  const SharedFd::Use inUse = socket_.InUse();
+  const auto size = static_cast<std::size_t>(bytes.size());
+  if (send(inUse.Get(), bytes.constData(), size, MSG_NOSIGNAL) < 0) {
     std::puts("Error sending message");
   }
 }
 
-void TcpSyslogSender::Close() {
-  const int descriptor = socket_.exchange(-1);
-  if (descriptor >= 0) {
-    close(descriptor);
-  }
-}
+void TcpSyslogSender::Close() { socket_.Close(); }
 
 }  // namespace ov

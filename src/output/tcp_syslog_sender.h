@@ -4,9 +4,9 @@
 #pragma once
 
 #include <QString>
-#include <atomic>
 #include <cstdint>
 
+#include "base/shared_fd.h"
 #include "base/socket_address.h"
 
 namespace ov {
@@ -33,11 +33,11 @@ class TcpSyslogSender {
 
   void Close();
 
-  std::int32_t SocketDescriptor() const { return socket_; }
+  std::int32_t SocketDescriptor() const { return socket_.InUse().Get(); }
 
  private:
-  // A processing thread that outlived its cycle may read while the next cycle replaces them.
-  std::atomic<std::int32_t> socket_{-1};
+  // A processing thread that outlived its cycle may use what the next cycle closes and replaces.
+  SharedFd socket_;
   SharedSocketAddress destination_;
 };
 

@@ -12,8 +12,7 @@
 namespace ov {
 
 bool UdpSyslogSender::Init(const QString &host, std::int32_t port) {
-  Close();
-  socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ReplaceSocket();
   if (socket_ < 0) {
     std::puts("Error creating socket");
     return false;
@@ -38,6 +37,16 @@ void UdpSyslogSender::Send(const QString &line) const {
 
 void UdpSyslogSender::Close() {
   const std::lock_guard<std::mutex> lock(keep_open_);
+  CloseSocket();
+}
+
+void UdpSyslogSender::ReplaceSocket() {
+  const std::lock_guard<std::mutex> lock(keep_open_);
+  CloseSocket();
+  socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+}
+
+void UdpSyslogSender::CloseSocket() {
   const int descriptor = socket_.exchange(-1);
   if (descriptor >= 0) {
     close(descriptor);

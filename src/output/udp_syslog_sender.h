@@ -32,10 +32,13 @@ class UdpSyslogSender {
   std::int32_t SocketDescriptor() const { return socket_; }
 
  private:
+  void ReplaceSocket();
+  void CloseSocket();
+
   // A processing thread that outlived its cycle may read while the next cycle replaces them.
   std::atomic<std::int32_t> socket_{-1};
   SharedSocketAddress destination_;
-  mutable std::mutex keep_open_;  // held while a line is sent, so that nobody closes the socket
+  mutable std::mutex keep_open_;  // held while a line is sent, and while the socket is replaced
 };
 
 extern UdpSyslogSender g_udpSyslogSender;

@@ -10,8 +10,6 @@
 namespace ov {
 namespace {
 
-int OpenNull() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
-
 TEST(UniqueFdTest, HoldsNothingByDefault) {
   const UniqueFd none;
   EXPECT_FALSE(none.IsOpen());

@@ -17,6 +17,8 @@ std::size_t CountOpenDescriptors() {
 
 bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
+int OpenNull() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
+
 bool IsCloseOnExec(int fd) {
   const int flags = fcntl(fd, F_GETFD);
   return flags != -1 && (flags & FD_CLOEXEC) != 0;

@@ -11,6 +11,9 @@ std::size_t CountOpenDescriptors();
 
 bool IsOpen(int fd);
 
+/// A new descriptor, of /dev/null.
+int OpenNull();
+
 /// False also when the descriptor is not open.
 bool IsCloseOnExec(int fd);
 

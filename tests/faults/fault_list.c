@@ -146,10 +146,10 @@ long Fault(const char *name, struct Detail detail) {
   static pthread_once_t once = PTHREAD_ONCE_INIT;
   pthread_once(&once, ReadLists);
   const long delay = Lookup(&delays, name, detail);
+  const long number = Lookup(&faults, name, detail); /* counted before the pause, as by `delays` */
   if (delay > 0) {
     SleepMilliseconds(delay);
   }
-  const long number = Lookup(&faults, name, detail);
   if (number != 0) {
     Note(name, number);
   }

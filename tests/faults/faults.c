@@ -10,6 +10,7 @@
  *   OV_DELAYS=write:1:500              the first call of write sleeps 500 ms before it is made
  *   OV_FAULTS_LOG=/tmp/log             a line NAME:ERROR there for each call that was let fail
  *   OV_THREAD_START_DELAY_MS=500       every new thread sleeps that long before it runs
+ *   OV_LEAK=33                         a block of so many bytes is lost at the start
  *
  * Both sides of the > may have an @, and what stands behind it is a path, of what is named or what
  * a descriptor is open for; "socket", "pipe" or "anon_inode" for other descriptors; the family of a
@@ -48,6 +49,14 @@
 #include "fault_list.h"
 
 __attribute__((constructor)) static void LeaveOtherProgramsAlone(void) { unsetenv("LD_PRELOAD"); }
+
+__attribute__((constructor)) static void Leak(void) {
+  const char *size = getenv("OV_LEAK");
+  if (size != NULL) {
+    void *volatile lost = malloc(strtoul(size, NULL, 10));
+    (void)lost;
+  }
+}
 
 static struct Detail Nothing(void) { return (struct Detail){NULL, 0}; }
 static struct Detail Number(long number) { return (struct Detail){NULL, number}; }

@@ -21,6 +21,8 @@ OVER_TCP = START + b"protocol: syslog-tcp\n"
 RELOADED = b"Starting event server...\nlistening...\nServer is listening on /tmp/ov-events\n"
 DEFINITIONS = b"perf01,A,B,warn\nsys06,A,B,info\nnet02,A,B,info\n"
 NOT_SENT = b"Error sending message\n"
+FAILED_ACCEPT = b"accept: Too many open files\n"
+FAILED_JOIN = b"pthread_join: No such process\n"
 
 
 def event(values, identifier=b"perf01"):
@@ -160,9 +162,12 @@ def test_lines_that_could_not_be_sent_are_lost_by_rule():
     assert (counts["delivered"], counts["not sent"], counts["cut"]) == (2, 1, 0)
     counts = over_tcp(DELIVERY + NOT_SENT, connection(b"perf01 1\nper", is_complete=False))
     assert (counts["delivered"], counts["not sent"], counts["cut"]) == (1, 1, 1)
-    for errors in (b"accept: Too many open files\n", b"pthread_join: No such process\n"):
-        counts = over_udp(DELIVERY + NOT_SENT, ONE, THREE, errors=errors)
+    left = connection(b"perf01 1\nperf01 3\n")
+    for errors in FAILED_ACCEPT, FAILED_JOIN:
+        counts = over_tcp(DELIVERY + NOT_SENT, left, errors=errors)
         assert (counts["delivered"], counts["not sent"]) == (2, 1)
+    counts = over_udp(DELIVERY + NOT_SENT, ONE, THREE, errors=FAILED_JOIN)
+    assert (counts["delivered"], counts["not sent"]) == (2, 1)
 
 
 def test_line_that_no_datagram_holds_is_lost_by_rule():
@@ -181,6 +186,9 @@ def test_line_reported_as_not_sent_for_no_reason_is_found():
     expect_violations(over_udp, {"one": one_udp, "all": nowhere})
     expect_violations(over_udp, {"all but one": nowhere}, faults="sendto:1:1")
     expect_violations(over_udp, {"for a call that nobody makes": one_udp}, faults="send:1+:1")
+    expect_violations(over_udp, {"beside another thread": one_udp}, errors=FAILED_ACCEPT)
+    of_monitor = b"Error stopping monitor: USB Device Monitor\n" + FAILED_JOIN
+    expect_violations(over_udp, {"beside a monitor": one_udp}, errors=of_monitor)
     expect_violations(over_udp, {"by a service that ended": one_udp}, running=False)
     one_tcp = (DELIVERY + NOT_SENT, connection(b"perf01 1\nperf01 3\n"))
     all_tcp = (*nowhere, connection(b""))

@@ -4,6 +4,9 @@ import os
 
 import pytest
 
+from support.monitors import SETTINGS, Script
+from support.sandbox import Sandbox
+
 pytestmark = pytest.mark.skipif(os.environ.get("OV_SANITIZER") != "address",
                                 reason="only this build looks for leaks")
 
@@ -12,3 +15,23 @@ def test_service_that_is_ended_looks_for_leaks_and_finds_none(sandbox):
     service = sandbox.start_listening_service()
     service.kill()
     assert service.status == 0
+
+
+@pytest.fixture
+def leaking_sandbox():
+    """A sandbox in which a leak is no failure."""
+    box = Sandbox()
+    yield box
+    box.end()
+
+
+def test_leak_of_a_service_with_monitors_is_reported_as_it_is_ended(leaking_sandbox):
+    sandbox = leaking_sandbox
+    Script(sandbox, "usb-devices.sh").write("#!/bin/sh\necho A\n")
+    sandbox.write_settings(**SETTINGS, usbDevMon=1, agentConnMon=1)
+    service = sandbox.start_listening_service(env=sandbox.faulty(LEAK=33))
+    service.kill()
+    assert "LeakSanitizer: detected memory leaks" in service.stderr
+    assert "33 byte(s)" in service.stderr
+    with pytest.raises(AssertionError):
+        sandbox.expect_no_sanitizer_report()

@@ -1,5 +1,6 @@
 """The service from its start to its end: what it prints, its socket, its threads, its failures."""
 
+import contextlib
 import os
 import pathlib
 import pty
@@ -34,6 +35,22 @@ def descriptor_flags(process):
     folder = pathlib.Path(f"/proc/{process.pid}/fdinfo")
     return {fd.name: int(fd.read_text().split("flags:")[1].split()[0], 8)
             for fd in folder.iterdir() if int(fd.name) > 2}
+
+
+def fill(pipe):
+    """Leaves no room in a pipe, by its end for writing."""
+    with open(f"/proc/self/fd/{pipe}", "wb", buffering=0) as own:
+        os.set_blocking(own.fileno(), False)
+        for size in 4096, 1:
+            while own.write(b"\n" * size) is not None:
+                pass
+
+
+def held_threads(process):
+    """How many threads wait for room in the pipe behind standard output, or for one that does."""
+    held = "1 0x1 ", "202 "  # write(1, and futex(, as the kernel numbers them
+    return sum(call.read_text().startswith(held)
+               for call in pathlib.Path(f"/proc/{process.pid}/task").glob("*/syscall"))
 
 
 def run_faulty_service(sandbox, faults, **kwargs):
@@ -221,6 +238,19 @@ def test_failed_join_is_reported_and_the_next_cycle_starts(sandbox, udp_collecto
     assert udp_collector.wait_for(1) == [b"perf01 95"]
 
 
+def test_line_of_a_thread_that_could_not_be_joined_is_sent_before_the_socket_is_closed(
+        sandbox, udp_collector):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**SETTINGS)
+    service = sandbox.start_listening_service(env=sandbox.hasty(
+        FAULTS="pthread_join:1:3", DELAYS="sendto:1:1000"))
+    sandbox.send("perf01", "95")
+    service.wait_for_line(">>> perf01 95")
+    restart(sandbox, service, 2)
+    assert udp_collector.wait_for(1) == [b"perf01 95"]
+    assert "Error sending message" not in service.lines
+
+
 # A reader of the output that goes away
 
 def test_service_whose_reader_of_standard_output_is_gone_ends_by_sigpipe_at_its_next_line(sandbox):
@@ -242,6 +272,44 @@ def test_service_whose_reader_of_standard_error_is_gone_ends_by_sigpipe_at_its_n
     os.close(writer)
     service.wait()
     assert service.ended_by == signal.SIGPIPE
+
+
+def test_lost_reader_does_not_end_a_service_that_was_started_to_ignore_it(sandbox, udp_collector):
+    reader, writer = os.pipe()
+    os.close(reader)
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**SETTINGS)
+    service = sandbox.start_service(prelude="trap '' PIPE", stderr=writer,
+                                    env=sandbox.faulty(FAULTS="accept4:2:24"))
+    os.close(writer)
+    service.wait_for_cycle(2)
+    sandbox.send("perf01", "95")
+    assert udp_collector.wait_for(1) == [b"perf01 95"]
+
+
+def test_reader_that_stops_reading_holds_each_thread_at_its_next_line_and_loses_no_event(sandbox):
+    reader, writer = os.pipe()
+    os.set_blocking(reader, False)
+    printed = bytearray()
+
+    def has_printed(line, count=1):
+        with contextlib.suppress(BlockingIOError):
+            printed.extend(os.read(reader, 1 << 20))
+        return printed.decode().splitlines().count(line) >= count
+
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**SETTINGS)
+    sandbox.hold_events()
+    service = sandbox.start_service(stdout=writer, env=sandbox.hasty())
+    sandbox.send("perf01", "1")
+    wait_until(lambda: has_printed("> Client address is unknown"), lambda: printed)
+    fill(writer)
+    sandbox.send("perf01", "2")
+    wait_until(lambda: held_threads(service) == service.threads, "every thread to be held")
+    sandbox.release_events()
+    for value in "12":
+        wait_until(lambda: has_printed(f">>> perf01 {value}"), lambda: printed)
+    assert service.is_running()
 
 
 # A failed accept
@@ -288,10 +356,32 @@ def test_next_cycle_leaves_the_socket_open_until_the_line_on_it_is_sent(sandbox,
     sandbox.write_settings(**SETTINGS)
     sandbox.hold_events()
     service = sandbox.start_listening_service(env=sandbox.faulty(
-        FAULTS="accept4>getnameinfo:1:24", DELAYS="sendto:1:500,socket@2>sendto:1:1000"))
+        FAULTS="accept4>sendto:1:24,usleep:1+:4",
+        DELAYS="sendto:1:500,socket@2>sendto:1:1000,usleep:1+:1"))
     sandbox.send_batch(service, make_record("perf01", "95"))  # and the accept that follows fails
     service.wait_for_cycle(2)
     assert udp_collector.wait_for(1) == [b"perf01 95"]
+
+
+def test_line_that_is_due_while_the_next_cycle_replaces_the_socket_is_sent(sandbox, udp_collector):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**SETTINGS)
+    service = sandbox.start_listening_service(env=sandbox.hasty(
+        FAULTS="accept4>read@socket:1:24", DELAYS="socket@2:2:1000"))
+    sandbox.send("perf01", "95")  # and the accept that follows fails, before the next pass
+    assert udp_collector.wait_for(1) == [b"perf01 95"]
+    assert service.error_lines == ["accept: Too many open files"]
+    assert "Error sending message" not in service.lines
+
+
+def test_changed_settings_also_end_an_older_processing_thread_that_looks_in_time(sandbox):
+    sandbox.write_settings(**SETTINGS)
+    service = sandbox.start_listening_service(env=sandbox.hasty(
+        FAULTS="accept4:2:24", DELAYS="pthread_join:1:2000"))  # it looks ten times a second
+    service.wait_for_cycle(2)
+    assert service.threads == 3
+    restart(sandbox, service, 3)
+    wait_until(lambda: service.threads == 2, lambda: service.threads)
 
 
 def test_setup_that_fails_beside_a_running_thread_ends_the_service_with_status_1(sandbox):
@@ -355,7 +445,7 @@ def test_clients_that_wait_are_served_without_a_pause_between_them(sandbox):
 
 
 def test_closed_standard_streams_are_not_taken_by_sockets(sandbox):
-    service = sandbox.start("sh", "-c", 'exec "$0" -s <&- >&- 2>&-', sandbox.executable)
+    service = sandbox.start_service(prelude="exec <&- >&- 2>&-")
     wait_until(sandbox.path(SERVICE_SOCKET).exists, "the service socket")
     descriptors = pathlib.Path(f"/proc/{service.pid}/fd")
     streams = [os.readlink(descriptors / str(number)) for number in range(3)]

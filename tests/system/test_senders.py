@@ -1,5 +1,6 @@
 """How lines travel to the collector, and what becomes of them when it or the network fails."""
 
+import os
 import socket
 
 import pytest
@@ -226,6 +227,7 @@ def overlapping_passes():
     box = Sandbox()
     yield box
     box.end()
+    box.expect_no_sanitizer_report()
 
 
 def test_batch_beside_another_after_a_failed_accept_loses_its_rest(overlapping_passes):
@@ -242,6 +244,37 @@ def test_batch_beside_another_after_a_failed_accept_loses_its_rest(overlapping_p
     assert first.recv(len(line), socket.MSG_WAITALL) == line
     service.wait_for_line(NOT_SENT)
     assert (len(descriptors(service)), service.threads) == (2, 3)  # one of each for nothing
+
+
+@pytest.mark.parametrize("faults, cycle", [("pthread_join:1:3", 1), ("accept4>send:1:24", 2)],
+                         ids=["failed-join", "failed-accept"])
+def test_end_of_a_cycle_beside_the_batch_of_a_thread_it_does_not_join_loses_its_rest(
+        sandbox, faults, cycle):
+    listener = listen(sandbox, receive_buffer=4096)
+    service = start_with_big_event(sandbox, sandbox.hasty(FAULTS=faults))
+    sandbox.send_batch(service, make_record("big", "1"), make_record("big", "2"))
+    connection, _ = listener.accept()
+    service.wait_for_cycle(cycle)
+    sandbox.write_settings(**{**TCP, "formatString": "[VAL]"})
+    service.wait_for_cycle(cycle + 1)
+    assert read_all(connection) == b"x" * BIG + b"|1\n"
+    service.wait_for_line(NOT_SENT)
+    sandbox.send_bytes(event("3"))
+    assert read_all(listener.accept()[0]) == b"3\n"
+    assert service.lines.count(NOT_SENT) == 1
+
+
+@pytest.mark.slow
+@pytest.mark.skipif(os.environ.get("OV_SANITIZER") == "address",
+                    reason="a check of this build needs descriptors of its own")
+def test_collector_that_refuses_uses_up_the_descriptors_and_ends_the_service(sandbox):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**TCP)
+    service = sandbox.start_service(prelude="ulimit -n 32", env=sandbox.hasty())
+    sandbox.send_bytes(event("1"))
+    assert service.wait() == 1
+    assert {"connect: Connection refused", "accept: Too many open files",
+            "socket: Too many open files"} <= set(service.error_lines)
 
 
 def test_collector_that_closes_in_mid_batch_does_not_end_the_service(sandbox):

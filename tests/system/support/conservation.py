@@ -8,8 +8,8 @@ the two ends something is lost only as follows, and is counted under the name of
 - not defined, not allowed: dropped as it came in
 - not sent: a line for which the service said "Error sending message", with a reason: no
   collector was ever resolved, there was no socket, the call that sends was made to fail, the line
-  is longer than a datagram, the TCP collector cut the connection, or a failed accept or
-  join left two threads that share a socket
+  is longer than a datagram, the TCP collector cut the connection, or the socket was closed beside
+  a processing thread that could not be joined or, over TCP, that a failed accept left
 - to nobody: a datagram while no collector was there
 - cut: what a TCP collector did not read of a connection, or did not accept, before it closed
 - ended: what waited, or was on its way, when the service ended
@@ -84,8 +84,9 @@ class Service:
         self.is_running = process.is_running()
         self.output = ServiceOutput(process.stdout_bytes, definitions)
         self._faults = faults
-        self._may_have_two_threads = any(
-            failed in process.stderr_bytes for failed in (b"accept: ", b"pthread_join: "))
+        unjoined = has_unjoined_thread(process.stderr_bytes)
+        self._may_lose_its_socket = {
+            UDP: unjoined, TCP: unjoined or b"accept: " in process.stderr_bytes}
 
     def printed(self, mark):
         return mark.get(self.process, 0)
@@ -100,8 +101,16 @@ class Service:
         reported as not sent."""
         protocol, _ = batch.collector
         too_long = sum(protocol == UDP and len(line) > LONGEST_DATAGRAM for line in batch.lines)
-        return (self._may_have_two_threads
+        return (self._may_lose_its_socket[protocol]
                 or batch.failed <= too_long + injected(self._faults, SENDING_CALLS[protocol]))
+
+
+def has_unjoined_thread(errors):
+    """Whether a join failed, other than that of a monitor, which is told by a line of its own."""
+    lines = errors.split(b"\n")
+    return any(line.startswith(b"pthread_join: ")
+               and not before.startswith(b"Error stopping monitor: ")
+               for before, line in zip([b"", *lines], lines))
 
 
 def injected(faults, call):

@@ -68,12 +68,8 @@ class FaultRun:
         for collector in self._collectors.values():
             collector.clear()
         environment = self._environment(faults, delays)
-        command = [self.sandbox.executable, "-s"]
-        if closed_input:
-            command = ["sh", "-c", 'exec env "$@" <&-', "sh",
-                       *(f"{name}={value}" for name, value in environment.items()), *command]
-            environment = {}
-        self.service = self.sandbox.start(*command, env=environment)
+        self.service = self.sandbox.start_service(
+            env=environment, prelude="exec <&-" if closed_input else None)
 
     def change_settings(self, **settings):
         """Lets lines from now on look different, once the service has read it."""

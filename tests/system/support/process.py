@@ -115,7 +115,8 @@ class Process:
 
     def wait_for_cycle(self, number):
         """Waits until a service is in its `number`th cycle and has read its settings for it,
-        which it does before it starts a thread."""
+        which it does before it starts a thread. (Where a thread of an earlier cycle lives on, it
+        may be about to read them.)"""
         self.wait_for_line("Server is listening on /tmp/ov-events", number)
         wait_until(lambda: self.threads > 1, "a second thread")
 

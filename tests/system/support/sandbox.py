@@ -54,7 +54,8 @@ class Sandbox:
 
     def expect_no_sanitizer_report(self):
         for process in self._processes:
-            assert not SANITIZER_REPORT.search(process.stderr_bytes), process.stderr
+            for output in process.stderr_bytes, process.stdout_bytes:  # which may be the same
+                assert not SANITIZER_REPORT.search(output), output.decode(errors="replace")
 
     def end(self):
         """The same, without a question."""
@@ -68,17 +69,19 @@ class Sandbox:
         """Where a path of the sandbox is found from outside."""
         return pathlib.Path(f"/proc/{self._init}/root{inside}")
 
-    def start(self, *command, env=None, **kwargs):
+    def start(self, *command, env=None, prelude=None, **kwargs):
         """Starts a program in the sandbox, with nothing in its environment but PATH, `env` and what
-        steers a build for measurements."""
+        steers a build for measurements. The `prelude` is what a shell does before it becomes the
+        program."""
         environment = {"PATH": os.environ["PATH"],
                        **{name: os.environ[name] for name in PASSED_ON if name in os.environ},
                        **(env or {})}
+        shell = ["sh", "-c", f'{prelude}; exec "$@"', "sh"] if prelude else []
         # env(1) sets the environment: a library to preload exists in the sandbox only, and is
         # meant for the program and not for nsenter.
         process = Process(
             ["nsenter", "--target", str(self._init), "--mount", "--net", "--uts", "--pid", "--root",
-             "--wd=/tmp", "--", "env", "-i",
+             "--wd=/tmp", "--", *shell, "env", "-i",
              *(f"{name}={value}" for name, value in environment.items()), *command], **kwargs)
         self._processes.append(process)
         self.ledger.add(process, self._definitions(), environment.get("OV_FAULTS", ""))

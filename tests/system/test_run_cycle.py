@@ -13,6 +13,7 @@ import tty
 import pytest
 
 from support.polling import wait_until
+from support.process import FUTEX, WRITE
 from support.records import make_record
 from support.sandbox import DEFINITIONS, SERVICE_SOCKET
 
@@ -48,9 +49,8 @@ def fill(pipe):
 
 def held_threads(process):
     """How many threads wait for room in the pipe behind standard output, or for one that does."""
-    held = "1 0x1 ", "202 "  # write(1, and futex(, as the kernel numbers them
-    return sum(call.read_text().startswith(held)
-               for call in pathlib.Path(f"/proc/{process.pid}/task").glob("*/syscall"))
+    return sum(call == FUTEX or (call, argument) == (WRITE, 1)
+               for call, argument in process.waiting_in)
 
 
 def run_faulty_service(sandbox, faults, **kwargs):

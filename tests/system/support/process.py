@@ -1,5 +1,6 @@
 """A program in a sandbox: its output as it comes, its status, its end."""
 
+import contextlib
 import os
 import pathlib
 import select
@@ -10,7 +11,9 @@ import threading
 from .polling import DEADLINE, wait_until
 
 
-NANOSLEEP_CALLS = {"35", "230"}  # nanosleep and clock_nanosleep, as the kernel numbers them
+# System calls as the kernel numbers them.
+WRITE, SENDTO, FUTEX = 1, 44, 202
+NANOSLEEP_CALLS = {"35", "230"}  # nanosleep and clock_nanosleep
 
 
 class Process:
@@ -99,6 +102,17 @@ class Process:
         """The number of its threads, less the one that the thread sanitizer adds."""
         count = len(os.listdir(f"/proc/{self.pid}/task"))
         return max(1, count - 1) if os.environ.get("OV_SANITIZER") == "thread" else count
+
+    @property
+    def waiting_in(self):
+        """The system call of each thread that waits in one, and its first argument."""
+        calls = []
+        for call in pathlib.Path(f"/proc/{self.pid}/task").glob("*/syscall"):
+            with contextlib.suppress(OSError):  # of a thread that has just ended
+                number, *arguments = call.read_text().split()
+                if len(arguments) > 2:
+                    calls.append((int(number), int(arguments[0], 16)))
+        return calls
 
     def is_running(self):
         return self._popen.poll() is None

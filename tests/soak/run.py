@@ -13,7 +13,6 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "system"))
 
 from support.conservation import Violation, account, check  # noqa: E402
-from support.monitors import children, descriptors  # noqa: E402
 from support.polling import wait_until  # noqa: E402
 from support.process import SENDTO  # noqa: E402
 from support.sandbox import Sandbox  # noqa: E402
@@ -163,15 +162,14 @@ class Soak:
 
     def _figures_at_rest(self):
         figures = self._figures()
-        is_at_rest = not children(self.service) and figures[:2] == (SOCKETS, THREADS)
+        is_at_rest = not self.service.children and figures[:2] == (SOCKETS, THREADS)
         return figures if is_at_rest else None
 
     def _figures(self):
-        process = pathlib.Path(f"/proc/{self.service.pid}")
-        sizes = {name: int(size) for name, size in re.findall(
-            r"^(\w+): +(\d+) kB$", (process / "smaps_rollup").read_text(), re.MULTILINE)}
-        return Figures(len(descriptors(self.service)) - self.refusals,
-                       len(list((process / "task").iterdir())),
+        rollup = pathlib.Path(f"/proc/{self.service.pid}/smaps_rollup").read_text()
+        sizes = {name: int(size)
+                 for name, size in re.findall(r"^(\w+): +(\d+) kB$", rollup, re.MULTILINE)}
+        return Figures(len(self.service.descriptors) - self.refusals, self.service.threads,
                        sizes["Rss"], sizes["Anonymous"] + sizes["Swap"])
 
 

@@ -7,7 +7,7 @@ import time
 import pytest
 
 from support.monitors import (
-    NAMES, Script, arrived, begin_service, descriptors, reload, start_client, start_monitors,
+    NAMES, Script, arrived, begin_service, reload, start_client, start_monitors,
     starting, stopping, wait_until_nothing_is_left, write_status)
 from support.polling import wait_until
 
@@ -187,7 +187,7 @@ def test_sender_stays_open_until_the_monitors_have_stopped(sandbox, usb_script):
     usb_script.wait_for_runs(1)
     sandbox.write_settings(facility=4)
     service.wait_for_line(stopping("usbDevMon"))
-    assert sum(target.startswith("socket:") for target in descriptors(service).values()) == 2
+    assert service.sockets == 2
 
 
 def test_monitor_that_waits_for_its_script_holds_up_no_client_and_no_other_monitor(
@@ -351,4 +351,4 @@ def test_many_polls_and_cycles_leave_no_process_no_thread_and_no_descriptor_behi
         reload(sandbox, service, cycle, *ALL)
     reload(sandbox, service, 5, **dict.fromkeys(ALL, 0))
     wait_until_nothing_is_left(service)
-    assert service.threads == 2
+    wait_until(lambda: service.threads == 2, lambda: service.threads)

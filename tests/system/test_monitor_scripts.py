@@ -6,7 +6,7 @@ import time
 import pytest
 
 from support.monitors import (
-    NAMES, Script, arrived, begin_service, children, settings, start_client, start_monitors,
+    NAMES, Script, arrived, begin_service, settings, start_client, start_monitors,
     starting, wait_until_nothing_is_left)
 from support.polling import wait_until
 
@@ -104,7 +104,7 @@ def test_script_is_ended_after_half_a_minute_and_its_output_so_far_used(
     service = start_monitors(sandbox, "usbDevMon")
     usb_script.wait_for_runs(1)
     began = time.monotonic()
-    script, _ = wait_until(lambda: children(service), "the script")[0]
+    script, _ = wait_until(lambda: service.children, "the script")[0]
     usb_script.answer("usb1\nus\nmended\n")
     wait_until(lambda: len(usb_script.runs) >= 2, lambda: usb_script.runs, deadline=TIMEOUT + 30)
     assert time.monotonic() - began >= TIMEOUT - 0.5

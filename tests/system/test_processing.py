@@ -1,7 +1,6 @@
 """The passes of the service over its queue: when events leave it, together with which others."""
 
 import concurrent.futures
-import os
 import re
 import time
 
@@ -30,11 +29,6 @@ def start(sandbox, settings, held=False, **kwargs):
     sandbox.write_definitions(ROW)
     sandbox.write_settings(**settings)
     return sandbox.start_listening_service(**kwargs)
-
-
-def open_sockets(process):
-    folder = f"/proc/{process.pid}/fd"
-    return sum(os.readlink(f"{folder}/{fd}").startswith("socket:") for fd in os.listdir(folder))
 
 
 def test_events_of_one_pause_are_printed_together_in_order(sandbox, udp_collector):
@@ -172,9 +166,9 @@ def test_no_tcp_connection_is_made_without_events(sandbox, tcp_collector):
     service = start(sandbox, TCP)
     sandbox.send_bytes(event("1"))
     tcp_collector.wait_for(1)
-    wait_until(lambda: open_sockets(service) == 1, lambda: f"{open_sockets(service)} sockets")
-    assert_stays(lambda: open_sockets(service) == 1 and len(tcp_collector.connections) == 1,
-                 lambda: f"{open_sockets(service)} sockets, {tcp_collector.connections}", seconds=4)
+    wait_until(lambda: service.sockets == 1, lambda: f"{service.sockets} sockets")
+    assert_stays(lambda: len(tcp_collector.connections) == 1, lambda: tcp_collector.connections,
+                 seconds=4)
 
 
 @pytest.mark.slow
@@ -230,9 +224,9 @@ def test_each_refused_connection_leaves_one_descriptor_open(sandbox):
     service = start(sandbox, TCP)
     sandbox.send_bytes(event("1"))
     service.wait_for_error_line(REFUSED)
-    after_first = open_sockets(service)
+    after_first = service.sockets
     service.wait_for_error_line(REFUSED, count=2)
-    assert (after_first, open_sockets(service)) == (2, 3)
+    assert (after_first, service.sockets) == (2, 3)
     collector = TcpCollector(sandbox)
     collector.wait_for(1)
-    wait_until(lambda: open_sockets(service) == 3, lambda: f"{open_sockets(service)} sockets")
+    wait_until(lambda: service.sockets == 3, lambda: f"{service.sockets} sockets")

@@ -33,9 +33,13 @@ def socket_inode(sandbox):
 
 def descriptor_flags(process):
     """The flags of each descriptor above the standard ones."""
-    folder = pathlib.Path(f"/proc/{process.pid}/fdinfo")
-    return {fd.name: int(fd.read_text().split("flags:")[1].split()[0], 8)
-            for fd in folder.iterdir() if int(fd.name) > 2}
+    found = {}
+    for descriptor in pathlib.Path(f"/proc/{process.pid}/fdinfo").iterdir():
+        if int(descriptor.name) > 2:
+            with contextlib.suppress(FileNotFoundError):  # it has just been closed
+                text = descriptor.read_text()
+                found[descriptor.name] = int(text.split("flags:")[1].split()[0], 8)
+    return found
 
 
 def fill(pipe):
@@ -379,7 +383,7 @@ def test_changed_settings_also_end_an_older_processing_thread_that_looks_in_time
     service = sandbox.start_listening_service(env=sandbox.hasty(
         FAULTS="accept4:2:24", DELAYS="pthread_join:1:2000"))  # it looks ten times a second
     service.wait_for_cycle(2)
-    assert service.threads == 3
+    wait_until(lambda: service.threads == 3, lambda: service.threads)
     restart(sandbox, service, 3)
     wait_until(lambda: service.threads == 2, lambda: service.threads)
 

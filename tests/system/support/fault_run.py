@@ -3,7 +3,7 @@
 import re
 
 from .collectors import TcpCollector, UdpCollector
-from .monitors import EVENTS, NAMES, SETTINGS, children, descriptors
+from .monitors import EVENTS, NAMES, SETTINGS
 from .polling import wait_until
 from .records import make_record
 from .sandbox import FALLBACK_DEFINITIONS, SERVICE_SOCKET
@@ -173,11 +173,11 @@ class FaultRun:
         seen = []  # twice the same, as any ended process is a zombie for a moment
 
         def settled():
-            seen.append(children(self.service))
-            return (len(descriptors(self.service)) == sockets and len(seen[-1]) in numbers
+            seen.append(self.service.children)
+            return (len(self.service.descriptors) == sockets and len(seen[-1]) in numbers
                     and {state for _, state in seen[-1]} <= {"Z"} and seen[-1] in seen[:-1]
                     and self.service.threads in threads)
-        wait_until(settled, lambda: f"{descriptors(self.service)}, {children(self.service)}, "
+        wait_until(settled, lambda: f"{self.service.descriptors}, {self.service.children}, "
                    f"{self.service.threads} threads; {self}")
 
     def _threads(self):

@@ -8,7 +8,7 @@ import socket
 
 from .collectors import PORT
 from .fault_run import MARK
-from .monitors import Script, descriptors, stopping, write_status
+from .monitors import Script, stopping, write_status
 from .polling import wait_until
 from .sandbox import DEFINITIONS, SETTINGS
 
@@ -136,7 +136,7 @@ def look_for_client(run):
 def let_clients_wait(run):
     run.start_service(place(run.row, after=A_CLIENT))
     connection, _, record = run.open_client()
-    wait_until(lambda: len(descriptors(run.service)) == 3, "a client that is taken in")
+    wait_until(lambda: len(run.service.descriptors) == 3, "a client that is taken in")
     run.raise_struck_event()
     run.raise_struck_event()
     with connection:

@@ -2,7 +2,6 @@
 client's process, the agent's status; and a service that runs monitors over them."""
 
 import itertools
-import os
 import pathlib
 
 from .polling import wait_until
@@ -143,34 +142,9 @@ def write_status(sandbox, *lines):
     new.rename(sandbox.path(STATUS_FILE))
 
 
-def children(process):
-    """The processes whose parent it is, with their states; a zombie's is Z."""
-    found = []
-    for status in pathlib.Path("/proc").glob("[0-9]*/stat"):
-        try:
-            fields = status.read_text().rsplit(")", 1)[1].split()
-        except (FileNotFoundError, ProcessLookupError):
-            continue
-        if int(fields[1]) == process.pid:
-            found.append((int(status.parent.name), fields[0]))
-    return found
-
-
-def descriptors(process):
-    """What each descriptor of the process above the standard ones is."""
-    folder = f"/proc/{process.pid}/fd"
-    found = {}
-    for number in os.listdir(folder):
-        try:
-            found[int(number)] = os.readlink(f"{folder}/{number}")
-        except FileNotFoundError:
-            continue
-    return {number: target for number, target in found.items() if number > 2}
-
-
 def wait_until_nothing_is_left(service):
     """Waits for a moment, between two polls, in which the service has no child process, and no
     descriptor but its listening socket and the one that it sends from."""
-    wait_until(lambda: not children(service) and sorted(
-        target.split(":")[0] for target in descriptors(service).values()) == ["socket"] * 2,
-        lambda: f"{children(service)}, {descriptors(service)}")
+    wait_until(lambda: not service.children and sorted(
+        target.split(":")[0] for target in service.descriptors.values()) == ["socket"] * 2,
+        lambda: f"{service.children}, {service.descriptors}")

@@ -107,12 +107,39 @@ class Process:
     def waiting_in(self):
         """The system call of each thread that waits in one, and its first argument."""
         calls = []
-        for call in pathlib.Path(f"/proc/{self.pid}/task").glob("*/syscall"):
+        for thread in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
             with contextlib.suppress(OSError):  # of a thread that has just ended
-                number, *arguments = call.read_text().split()
+                number, *arguments = (thread / "syscall").read_text().split()
                 if len(arguments) > 2:
                     calls.append((int(number), int(arguments[0], 16)))
         return calls
+
+    @property
+    def children(self):
+        """The processes whose parent it is, with their states; a zombie's is Z."""
+        parent, found = self.pid, []
+        for folder in pathlib.Path("/proc").iterdir():
+            if folder.name.isdigit():
+                with contextlib.suppress(FileNotFoundError, ProcessLookupError):  # it just ended
+                    fields = (folder / "stat").read_text().rsplit(")", 1)[1].split()
+                    if int(fields[1]) == parent:
+                        found.append((int(folder.name), fields[0]))
+        return found
+
+    @property
+    def descriptors(self):
+        """What each of its descriptors above the standard ones is."""
+        found = {}
+        for descriptor in pathlib.Path(f"/proc/{self.pid}/fd").iterdir():
+            if int(descriptor.name) > 2:
+                with contextlib.suppress(FileNotFoundError):  # it has just been closed
+                    found[int(descriptor.name)] = os.readlink(descriptor)
+        return found
+
+    @property
+    def sockets(self):
+        """How many sockets it has."""
+        return sum(target.startswith("socket:") for target in self.descriptors.values())
 
     def is_running(self):
         return self._popen.poll() is None

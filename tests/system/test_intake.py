@@ -7,6 +7,7 @@ import time
 import pytest
 
 from support.polling import wait_until
+from support.process import POLL
 from support.sandbox import RECORD_SIZE
 
 ROWS = ["perf01,CPU,CPU usage is high,warn", "sys05,USB,USB device added,info"]
@@ -169,7 +170,7 @@ def test_client_that_closes_without_writing_gives_one_line_and_nothing_else(sand
 def test_client_that_closes_later_without_writing_does_not_hold_the_service(sandbox):
     service = sandbox.start_listening_service()
     with sandbox.connect():
-        service.wait_for_pauses(1)  # the wait for this client
+        service.wait_for_call(POLL)  # for what this client writes
         assert service.stderr == ""
     wait_until(lambda: service.error_lines, "a line on standard error", 3)
     assert service.stderr.startswith("read: ") and service.stderr.count("\n") == 1
@@ -195,7 +196,7 @@ def test_next_client_is_served_while_a_silent_one_stays_connected(sandbox, udp_c
 def test_client_that_writes_within_the_time_limit_is_heard(sandbox, udp_collector):
     service = start_service(sandbox)
     with sandbox.connect() as connection:
-        service.wait_for_pauses(1)  # the wait for this client
+        service.wait_for_call(POLL)  # for what this client writes
         connection.sendall(record(b"perf01", b"late"))
     assert udp_collector.wait_for(1) == [b"perf01 late"]
     assert service.stderr == ""

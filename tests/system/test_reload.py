@@ -7,6 +7,7 @@ import time
 
 import pytest
 
+from support.process import FUTEX
 from support.sandbox import SERVICE_SOCKET, SETTINGS as SETTINGS_PATH
 
 ROW = "perf01,CPU,CPU usage is high,warn"
@@ -193,7 +194,7 @@ def test_clients_that_come_while_a_cycle_ends_are_taken_in(sandbox, udp_collecto
     sandbox.send("perf01", "0")
     udp_collector.wait_for(1)  # now the processing thread pauses, and the end of the cycle with it
     sandbox.write_settings(**SETTINGS, facility=4)
-    service.wait_for_pauses(1)  # the wait for the processing thread
+    service.wait_for_call(FUTEX)  # for the end of the processing thread
     for number in range(1, 10):
         sandbox.send("perf01", str(number))
     assert udp_collector.wait_for(10) == [f"perf01 {number}".encode() for number in range(10)]
@@ -201,18 +202,18 @@ def test_clients_that_come_while_a_cycle_ends_are_taken_in(sandbox, udp_collecto
 
 
 def test_cycle_that_ends_refuses_the_clients_that_come_too_late(sandbox, udp_collector):
-    service = start_service(sandbox, env=sandbox.faulty(DELAYS="close:1+:50"))
+    service = start_service(sandbox, env=sandbox.faulty(DELAYS="close:1+:50,sleep:1:5000"))
     sandbox.write_settings(**SETTINGS, facility=4)
-    service.wait_for_pauses(1)
+    service.wait_for_call(FUTEX)  # for the end of the processing thread
     sent = send_until_refused(sandbox, most=100)
     assert 0 < len(sent) < 100  # otherwise it would go on for as long as clients come
     assert udp_collector.wait_for(len(sent)) == sent
 
 
 def test_silent_client_that_waits_while_a_cycle_ends_does_not_stop_the_next(sandbox):
-    service = start_service(sandbox)
+    service = start_service(sandbox, env=sandbox.faulty(DELAYS="sleep:1:5000"))
     sandbox.write_settings(**SETTINGS, facility=4)
-    service.wait_for_pauses(1)
+    service.wait_for_call(FUTEX)  # for the end of the processing thread
     with sandbox.connect():
         service.wait_for_cycle(2)
     assert service.stderr == "read: Connection timed out\n"

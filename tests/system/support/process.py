@@ -12,8 +12,14 @@ from .polling import DEADLINE, wait_until
 
 
 # System calls as the kernel numbers them.
-WRITE, SENDTO, FUTEX = 1, 44, 202
-NANOSLEEP_CALLS = {"35", "230"}  # nanosleep and clock_nanosleep
+WRITE, POLL, NANOSLEEP, SENDTO, FUTEX, CLOCK_NANOSLEEP = 1, 7, 35, 44, 202, 230
+
+
+def call_of(thread):
+    """The system call that a thread, a folder of /proc, waits in, and its first argument; no
+    call's where it runs."""
+    number, *arguments = (thread / "syscall").read_text().split()
+    return (int(number), int(arguments[0], 16)) if len(arguments) > 2 else (None, None)
 
 
 class Process:
@@ -105,13 +111,11 @@ class Process:
 
     @property
     def waiting_in(self):
-        """The system call of each thread that waits in one, and its first argument."""
+        """The system call that each thread waits in, and its first argument."""
         calls = []
         for thread in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
             with contextlib.suppress(OSError):  # of a thread that has just ended
-                number, *arguments = (thread / "syscall").read_text().split()
-                if len(arguments) > 2:
-                    calls.append((int(number), int(arguments[0], 16)))
+                calls.append(call_of(thread))
         return calls
 
     @property
@@ -161,6 +165,12 @@ class Process:
         self.wait_for_line("Server is listening on /tmp/ov-events", number)
         wait_until(lambda: self.threads > 1, "a second thread")
 
+    def wait_for_call(self, call):
+        """Waits until the first thread waits in this system call: FUTEX for the end of another
+        thread, POLL for a client that has not written yet."""
+        process = pathlib.Path(f"/proc/{self.pid}")
+        wait_until(lambda: call_of(process)[0] == call, lambda: call_of(process))
+
     def wait_for_pauses(self, count):
         """Waits until the first thread has gone to sleep `count` times more: once for each look
         of a service at its clients and settings, and once for each of its other waits."""
@@ -201,8 +211,8 @@ class Process:
             pid, = children.read_text().split()
             if not os.readlink(f"/proc/{pid}/exe").endswith("/ov-event-logger"):
                 return
-            current_call = pathlib.Path(f"/proc/{pid}/syscall")
-            wait_until(lambda: current_call.read_text().split()[0] in NANOSLEEP_CALLS, "a pause", 1)
+            process = pathlib.Path(f"/proc/{pid}")
+            wait_until(lambda: call_of(process)[0] in (NANOSLEEP, CLOCK_NANOSLEEP), "a pause", 1)
             os.kill(int(pid), signal.SIGRTMAX)
             self._popen.wait(10)
         except (AssertionError, ValueError, OSError, subprocess.TimeoutExpired):

@@ -101,13 +101,13 @@ def test_reading_ends_at_the_first_nul(sandbox, udp_collector, perf_script):
 def test_script_is_ended_after_half_a_minute_and_its_output_so_far_used(
         sandbox, udp_collector, usb_script, ending):
     usb_script.write_shell(f"printf 'usb1\\nus'; {ending}; echo late")
+    began = time.monotonic()
     service = start_monitors(sandbox, "usbDevMon")
     usb_script.wait_for_runs(1)
-    began = time.monotonic()
     script, _ = wait_until(lambda: service.children, "the script")[0]
     usb_script.answer("usb1\nus\nmended\n")
     wait_until(lambda: len(usb_script.runs) >= 2, lambda: usb_script.runs, deadline=TIMEOUT + 30)
-    assert time.monotonic() - began >= TIMEOUT - 0.5
+    assert time.monotonic() - began >= TIMEOUT
     assert not os.path.exists(f"/proc/{script}")
     events = go_on_with(sandbox, udp_collector, service, usb_script, "usb1\nus\n")
     assert sorted(events) == [b"sys05 us", b"sys05 usb1"]
@@ -121,6 +121,7 @@ def test_status_that_was_printed_counts_when_the_script_took_too_long(
     start_client(sandbox)
     start_monitors(sandbox, "vmwSigninMon")
     assert udp_collector.wait_for(1, deadline=TIMEOUT + 30) == [b"sec03 alice/CORP"]
+    signin_script.wait_for_runs(3)
     assert signin_script.runs == ["user", "success", "error"]
 
 

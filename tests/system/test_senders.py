@@ -7,6 +7,7 @@ import pytest
 
 from support.collectors import TcpCollector, UdpCollector, bind_udp, listen, reset
 from support.polling import wait_until
+from support.process import SENDTO
 from support.records import make_record
 from support.sandbox import Sandbox
 
@@ -154,6 +155,7 @@ def test_udp_lines_to_an_absent_collector_are_lost_without_a_word(sandbox):
     for values in "12":  # the refusal of the first is known when the second is sent
         sandbox.send_bytes(event(values))
         service.wait_for_line(f">>> {values}")
+    service.wait_until_idle()
     collector = UdpCollector(sandbox)
     sandbox.send_bytes(event("3"))
     assert collector.wait_for(1) == [b"3"]
@@ -257,10 +259,12 @@ def test_end_of_a_cycle_beside_the_batch_of_a_thread_it_does_not_join_loses_its_
     sandbox.send_batch(service, make_record("big", "1"), make_record("big", "2"))
     connection, _ = listener.accept()
     service.wait_for_cycle(cycle)
+    wait_until(lambda: SENDTO in [call for call, _ in service.waiting_in], "a line on its way")
     sandbox.write_settings(**{**TCP, "formatString": "[VAL]"})
     service.wait_for_cycle(cycle + 1)
     assert read_all(connection) == b"x" * BIG + b"|1\n"
     service.wait_for_line(NOT_SENT)
+    service.wait_until_idle()
     sandbox.send_bytes(event("3"))
     assert read_all(listener.accept()[0]) == b"3\n"
     assert service.lines.count(NOT_SENT) == 1
@@ -322,6 +326,7 @@ def test_udp_collector_that_went_away_gets_later_lines_when_it_is_back(sandbox):
     collector.close()
     sandbox.send_bytes(event("2"))
     service.wait_for_line(">>> 2")
+    service.wait_until_idle()
     collector = bind_udp(sandbox)
     sandbox.send_bytes(event("3"))
     assert collector.recv(100) == b"3"

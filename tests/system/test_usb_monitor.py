@@ -130,6 +130,7 @@ def test_devices_present_are_reported_again_after_a_failed_accept(
     usb_script.answer("usb1\n")
     service = start_monitors(sandbox, "usbDevMon", env=sandbox.hasty(FAULTS="accept4:2:24"))
     service.wait_for_cycle(2)
+    udp_collector.wait_for(2)  # which two threads may send
     usb_script.wait_for_more_runs(3)
     assert arrived(sandbox, udp_collector) == [b"sys05 usb1", b"sys05 usb1"]
 

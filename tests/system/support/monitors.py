@@ -105,6 +105,7 @@ def reload(sandbox, service, cycle, *switches, **more):
     """Lets the service start its `cycle`th cycle, with these settings."""
     sandbox.write_settings(**settings(*switches, **more), cycle=cycle)
     service.wait_for_cycle(cycle)
+    service.wait_for_line(f"cycle: {cycle}")
 
 
 def starting(switch):

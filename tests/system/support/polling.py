@@ -21,6 +21,16 @@ def wait_until(condition, what, deadline=DEADLINE, interval=INTERVAL):
         time.sleep(interval)
 
 
+def assert_within(seconds, attempt, attempts=3):
+    """Fails if `attempt()` takes longer each time; now and then a busy machine makes it do so."""
+    durations = []
+    while not durations or durations[-1] > seconds:
+        assert len(durations) < attempts, durations
+        began = time.monotonic()
+        attempt()
+        durations.append(time.monotonic() - began)
+
+
 def assert_stays(condition, what, seconds):
     """Watches for `seconds`; fails as soon as `condition()` is no longer true."""
     end = time.monotonic() + seconds

@@ -13,6 +13,7 @@ from .polling import DEADLINE, wait_until
 
 # System calls as the kernel numbers them.
 WRITE, POLL, NANOSLEEP, SENDTO, FUTEX, CLOCK_NANOSLEEP = 1, 7, 35, 44, 202, 230
+PAUSES = {NANOSLEEP, CLOCK_NANOSLEEP}
 
 
 def call_of(thread):
@@ -171,6 +172,11 @@ class Process:
         process = pathlib.Path(f"/proc/{self.pid}")
         wait_until(lambda: call_of(process)[0] == call, lambda: call_of(process))
 
+    def wait_until_idle(self):
+        """Waits until every thread pauses: what the service has printed is then done, too."""
+        wait_until(lambda: {call for call, _ in self.waiting_in} <= PAUSES,
+                   lambda: f"{self.waiting_in}, not all in {PAUSES}")
+
     def wait_for_pauses(self, count):
         """Waits until the first thread has gone to sleep `count` times more: once for each look
         of a service at its clients and settings, and once for each of its other waits."""
@@ -212,7 +218,7 @@ class Process:
             if not os.readlink(f"/proc/{pid}/exe").endswith("/ov-event-logger"):
                 return
             process = pathlib.Path(f"/proc/{pid}")
-            wait_until(lambda: call_of(process)[0] in (NANOSLEEP, CLOCK_NANOSLEEP), "a pause", 1)
+            wait_until(lambda: call_of(process)[0] in PAUSES, "a pause", 1)
             os.kill(int(pid), signal.SIGRTMAX)
             self._popen.wait(10)
         except (AssertionError, ValueError, OSError, subprocess.TimeoutExpired):

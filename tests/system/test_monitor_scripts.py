@@ -57,7 +57,7 @@ def test_what_a_script_printed_is_taken_however_it_ends(
 
 
 @pytest.mark.parametrize("commands, expected", [
-    ("yes usb1 | head -c 10000000", [b"sys05 usb1"]),
+    (f"yes {'v' * 127} | head -c 10000000", [b"sys05 " + b"v" * 127]),
     ("head -c 10000000 /dev/zero | tr '\\0' v; echo; echo usb1",
      [b"sys05 usb1", b"sys05 " + b"v" * 127]),
     ("yes v | head -c 10000000 | tr -d '\\n'", [b"sys05 " + b"v" * 127])],

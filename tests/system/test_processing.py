@@ -104,7 +104,7 @@ def test_events_held_back_leave_in_order_as_one_batch(sandbox, tcp_collector):
 
 def test_long_queue_leaves_whole_and_in_the_order_of_receipt(sandbox, tcp_collector):
     service = start(sandbox, TCP, held=True)
-    with concurrent.futures.ThreadPoolExecutor(100) as clients:
+    with concurrent.futures.ThreadPoolExecutor(20) as clients:
         list(clients.map(lambda number: sandbox.send_bytes(event(str(number))), range(1500)))
     wait_until(lambda: service.lines.count("> Received event") == 1500, lambda: service.lines[-1])
     sandbox.release_events()

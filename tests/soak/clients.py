@@ -11,18 +11,21 @@ from support.service_output import RECORD
 from scene import PATIENCE
 
 # Prints the record of each event that the client was told to be sent. Pauses while /tmp/quiet is
-# there, and says so in /tmp/idle.
+# there, and says so in /tmp/idle. No longer idle, it looks again before it sends: a rest may have
+# begun that took it for idle.
 REAL_CLIENT = """
 number=0
 while :; do
-    if [ -e /tmp/quiet ]; then
-        : >"/tmp/idle.$0"
-        while [ -e /tmp/quiet ]; do sleep 0.05; done
-        rm "/tmp/idle.$0"
-    fi
-    number=$((number + 1))
-    if record=$("$1" -e "$2" "$0 $number grüße,%s,\\"x\\""); then printf '%s\\n' "$record"; fi
-    sleep "$3"
+    while [ -e /tmp/quiet ]; do sleep 0.05; done
+    rm -f "/tmp/idle.$0"
+    while [ ! -e /tmp/quiet ]; do
+        number=$((number + 1))
+        if record=$("$1" -e "$2" "$0 $number grüße,%s,\\"x\\""); then
+            printf '%s\\n' "$record"
+        fi
+        sleep "$3"
+    done
+    : >"/tmp/idle.$0"
 done
 """
 AWKWARD = [b"", b"\xff\xfe", b"\xc3", b"a\xffb\xed\xa0\x80", b"\nnext line", b"%n%s", b"\r\t", b"]",
@@ -54,7 +57,7 @@ class Writer(threading.Thread):
     def __init__(self, sandbox, name, seed, pause):
         super().__init__(daemon=True)
         self.sent = []
-        self.is_idle = False
+        self.is_idle = True
         self._name = name
         self._sandbox = sandbox
         self._random = random.Random(seed)
@@ -70,12 +73,14 @@ class Writer(threading.Thread):
 
     def run(self):
         while True:
-            self.is_idle = not self._may_write.is_set()
             self._may_write.wait()
-            self.is_idle = False
-            for connection in [self._write() for _ in range(self._random.choice((1, 1, 1, 20)))]:
-                wait_for_end(connection)
-            time.sleep(self._pause * self._random.random())
+            self.is_idle = False  # and only then a look: a rest may have begun
+            while self._may_write.is_set():
+                count = self._random.choice((1, 1, 1, 20))
+                for connection in [self._write() for _ in range(count)]:
+                    wait_for_end(connection)
+                time.sleep(self._pause * self._random.random())
+            self.is_idle = True
 
     def _write(self):
         identifier = self._random.choice(DEFINED * 4 + UNDEFINED)

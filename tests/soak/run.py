@@ -135,9 +135,10 @@ class Soak:
             "allowed": self._random.choice(ALLOWED), **values}, cycle=self._cycle)
 
     def _wait_for_cycle(self):
-        listening = b"Server is listening on /tmp/ov-events\n"
-        wait_until(lambda: self.service.stdout_bytes.count(listening) == self._cycle,
-                   f"cycle {self._cycle}", PATIENCE, LOOK)
+        # Printed once the settings are read: it would be too early to write others before that.
+        settings = b"\ncycle: %d\n" % self._cycle
+        wait_until(lambda: settings in self.service.stdout_bytes, f"cycle {self._cycle}", PATIENCE,
+                   LOOK)
         self.reloads += 1
 
     def _set_quiet(self, is_quiet):

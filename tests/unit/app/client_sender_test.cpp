@@ -19,6 +19,7 @@
 #include "support/collectors.h"
 #include "support/descriptors.h"
 #include "support/output.h"
+#include "support/polling.h"
 
 namespace ov {
 namespace {
@@ -105,14 +106,18 @@ TEST_F(ClientSenderTest, TriesARefusingSocketAgain) {
 }
 
 TEST_F(ClientSenderTest, TakesTheTimeBeforeItConnects) {
-  std::thread service([this] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-    Listen();  // in time for the third try, after two seconds
+  std::int64_t connecting = 0;
+  OutputOf([&] {
+    std::thread service([&, before = CountOpenDescriptors()] {
+      EXPECT_TRUE(Eventually([&] { return CountOpenDescriptors() > before; }));  // the client's
+      connecting = std::time(nullptr);
+      EXPECT_TRUE(Eventually([&] { return std::time(nullptr) > connecting; }));
+      Listen();
+    });
+    SendEvent("sys05", nullptr);
+    service.join();
   });
-  const std::int64_t start = std::time(nullptr);
-  OutputOf([] { SendEvent("sys05", nullptr); });
-  service.join();
-  EXPECT_LE(ReceivedRecord().time, start + 1);
+  EXPECT_LE(ReceivedRecord().time, connecting);
 }
 
 TEST(ClientSenderDeathTest, FailureToMakeASocketEndsTheProcess) {

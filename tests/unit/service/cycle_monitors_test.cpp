@@ -140,14 +140,12 @@ TEST_F(CycleMonitorsTest, MonitorsThatCannotStartDoNotKeepTheCycleFromRunning) {
 class CycleMonitorsEventTest : public CycleMonitorsTest {
  protected:
   CycleMonitorsEventTest() {
-    // Another device in each run, and another status in each run of perf.sh.
-    WriteScript(kUsbScriptPath, "echo $$");
-    WriteScript(kPerfScriptPath,
-                "printf '\\n\\n%s\\n' $$ >/tmp/status; mv /tmp/status /tmp/ovwsagentstatus;"
-                "echo cpu=50; echo mem=60; echo disk=70");
+    WriteScript(kUsbScriptPath, "echo $$");  // another device in each run
+    WriteScript(kPerfScriptPath, "echo cpu=50; echo mem=60; echo disk=70");
     WriteScript(kSigninScriptPath, "echo alice");
     WriteScript("/tmp/bin/pgrep", "echo 1");
     WriteFile(kAgentStatusPath, "\n\nCONNECTED\n");
+    qInstallMessageHandler(LoseConnectionOnceItWasSeen);
   }
 
   // What is raised with these settings until each monitor has made three checks.
@@ -167,6 +165,15 @@ class CycleMonitorsEventTest : public CycleMonitorsTest {
   }
 
  private:
+  // The agent's monitor says so in each check, once it has read the status.
+  static void LoseConnectionOnceItWasSeen(QtMsgType type, const QMessageLogContext & /*context*/,
+                                          const QString &message) {
+    EXPECT_EQ(type, QtDebugMsg);
+    if (message.startsWith(QLatin1String("AgentConnMon"))) {
+      WriteFile(kAgentStatusPath, "\n\nLOST\n");
+    }
+  }
+
   FirstInPath folder_{"/tmp/bin"};
 };
 

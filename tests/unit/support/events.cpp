@@ -12,9 +12,10 @@ namespace ov {
 
 Events TakeEvents() {
   constexpr std::int64_t kMinute = 60;
+  const EventList records = g_eventQueue.TakeAll();
   const std::int64_t now = std::time(nullptr);
   Events events;
-  for (const EventRecord &record : g_eventQueue.TakeAll()) {
+  for (const EventRecord &record : records) {
     const std::string id(EventIdText(record));
     const std::string values(EventValuesText(record));
     EventRecord remade = MakeEventRecord(id.c_str(), values.c_str());

@@ -5,14 +5,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <thread>
 
 #include "support/descriptors.h"
 #include "support/output.h"
+#include "support/polling.h"
 
 namespace {
 
@@ -42,8 +41,6 @@ int __wrap_getifaddrs(ifaddrs **list) {
 namespace ov {
 namespace {
 
-constexpr std::chrono::seconds kPatience{5};
-
 // The sandbox has a loopback interface, up, and no other.
 class HostIdentityTest : public testing::Test {
  protected:
@@ -63,12 +60,11 @@ class HostIdentityTest : public testing::Test {
 
   // An interface takes a moment to run after it was brought up.
   static std::string AddressOnceItIs(const std::string &expected) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    std::string address = GetLocalIpAddress().toStdString();
-    while (address != expected && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::string address;
+    Eventually([&] {
       address = GetLocalIpAddress().toStdString();
-    }
+      return address == expected;
+    });
     return address;
   }
 };

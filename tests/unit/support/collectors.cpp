@@ -13,7 +13,7 @@
 namespace ov {
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{5000};
+constexpr std::chrono::milliseconds kPatience{20'000};
 constexpr std::size_t kLargestDatagram = 65536;
 
 bool WaitFor(int socket, short events) {

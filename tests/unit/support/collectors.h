@@ -1,5 +1,5 @@
-// Collectors on the loopback address, each on a port of its own. They wait a few seconds for what
-// a test expects and then give up, so that a test that fails also ends.
+// Collectors on the loopback address, each on a port of its own. They wait for what a test expects
+// longer than any test needs, and then give up, so that a test that fails also ends.
 #pragma once
 
 #include <cstdint>

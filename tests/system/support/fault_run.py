@@ -141,11 +141,15 @@ class FaultRun:
             wait_until(lambda: self.printed(stream) == expected,
                        lambda: f"{expected} on {stream}; {self}")
 
+    @property
+    def failure(self):
+        """The line of the log that tells that the row's call has failed."""
+        return f"{self.row.function}:{self.error.number}"
+
     def wait_until_failed(self):
         log = self.sandbox.path(LOG)
-        failed = f"{self.row.function}:{self.error.number}"
-        wait_until(lambda: log.exists() and failed in log.read_text().splitlines(),
-                   lambda: f"{failed} in what failed; {self}")
+        wait_until(lambda: log.exists() and self.failure in log.read_text().splitlines(),
+                   lambda: f"{self.failure} in what failed; {self}")
 
     def assert_goes_on(self):
         """Exactly what is to arrive does, and a further event behind it, which another processing

@@ -1,15 +1,17 @@
 """The situations of docs/RELIABILITY.md: each starts a service, and perhaps a client, in which the
 row's call fails, and brings it to that call."""
 
+import contextlib
 import errno
 import fcntl
 import os
 import socket
 
 from .collectors import PORT
-from .fault_run import MARK
+from .fault_run import LOG, MARK
 from .monitors import Script, stopping, write_status
 from .polling import wait_until
+from .process import CLOCK_NANOSLEEP
 from .sandbox import DEFINITIONS, SETTINGS
 
 STATUS_FILE = "/tmp/ovwsagentstatus"
@@ -42,7 +44,7 @@ DETAILS = {
     ("service/processing_thread", "sleep"): 3,
     ("service/run_cycle", "socket"): int(socket.AF_UNIX),
 }
-GIVE_UP = f"poll@pipe:1:{errno.ENOMEM}"  # the first program, before it has ended
+GIVE_UP = f"poll@pipe:1:{errno.EIO}"  # the first program; with an error that is in no row
 A_CLIENT = "read@socket"  # the call that tells that a client was taken in
 
 
@@ -100,8 +102,11 @@ def begin_first_cycle_over_tcp(run):
 
 
 def change_settings(run, call=1, change=(), **settings):
-    """Lets the call fail after a client was taken in, then changes the settings."""
+    """Lets the call fail after a client was taken in, then changes the settings. The first look at
+    the settings, which comes without a change, is over by then: the first pause follows it."""
     run.start_service(place(run.row, call, after=A_CLIENT), **settings)
+    run.service.wait_for_cycle(1)
+    run.service.wait_for_call(CLOCK_NANOSLEEP)
     run.raise_arriving_event()
     run.change_settings(**dict(change))
 
@@ -144,21 +149,19 @@ def let_clients_wait(run):
     run.service.wait_for_cycle(2)  # only then does no client reach the socket that is given up
 
 
-def raise_one_event(run):
-    start(run)
-    run.raise_struck_event()
-
-
-def take_in_slow_client(run):
+def raise_one_event(run, is_slow=False):
     start(run)
     connection, values, record = run.open_client()
     run.struck.add(values)
-    with connection:
-        run.wait_until_failed()
-        try:
-            connection.sendall(record)
-        except BrokenPipeError:
-            pass  # the service has hung up
+    with connection, contextlib.suppress(BrokenPipeError):  # the service has hung up
+        if is_slow:
+            run.wait_until_failed()
+            run.wait_until_printed()
+        connection.sendall(record)
+
+
+def take_in_slow_client(run):
+    raise_one_event(run, is_slow=True)
 
 
 def read_from_slow_client(run):
@@ -257,19 +260,25 @@ def end_program_that_printed(run):
     run_program(run, place(run.row, 1), place(run.row, 2))
 
 
+def go_on_until_failed(run):
+    """What lets a program go on until the row's call has failed."""
+    return f"until grep -qx '{run.failure}' {LOG}; do sleep 0.01; done"
+
+
 def run_program_on(run):
-    write_usb_script(run, "echo A\nexec sleep 0.05")
+    write_usb_script(run, f"echo A\n{go_on_until_failed(run)}")
+    run.start_service(place(run.row), **USB)
+
+
+def run_silent_program(run):
+    write_usb_script(run, f"[ -e {MARK} ] && exec echo A\n: >{MARK}\nexec sleep 0.5")
     run.start_service(place(run.row), **USB)
 
 
 def kill_program(run, *faults):
-    """Lets the first program run for so long that it has to be killed."""
-    write_usb_script(run, f"[ -e {MARK} ] && exec echo A\n: >{MARK}\nexec sleep 0.5")
+    """Lets the first program run until it is killed, or until that has failed."""
+    write_usb_script(run, f"{go_on_until_failed(run)}\necho A")
     run.start_service(*faults, **USB)
-
-
-def run_silent_program(run):
-    kill_program(run, place(run.row))
 
 
 def leave_output_unread(run):

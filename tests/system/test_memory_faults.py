@@ -30,10 +30,10 @@ def machine():
 
 def sweep(machine, role, allocation, seconds):
     """What came of each failing allocation; there are some."""
-    done = machine.run("python3", f"/run/kept/{SWEEP.name}", role, machine.executable,
-                       machine.faults, allocation, str(seconds))
-    assert done.status == 0, done.stderr
-    runs = [json.loads(line) for line in done.lines]
+    runner = machine.start("python3", f"/run/kept/{SWEEP.name}", role, machine.executable,
+                           machine.faults, allocation, str(seconds))
+    assert runner.wait(150) == 0, runner.stderr  # it begins no run after 120 seconds
+    runs = [json.loads(line) for line in runner.lines]
     *failing, sound = runs
     assert failing and all(run["failed"] for run in failing)
     assert (sound["failed"], sound["end"], sound["errors"]) == (False, "goes on", [])

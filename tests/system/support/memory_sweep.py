@@ -4,7 +4,8 @@ run does without as many. Prints for each what came of it, as a line of JSON.
     python3 memory_sweep.py service|client EXECUTABLE FAULTS_LIBRARY ALLOCATION SECONDS
 
 ALLOCATION names them in the form of OV_FAULTS, such as malloc>fcntl for those after the first call
-of fcntl; a run that makes no progress for that many seconds counts as one that never ends."""
+of fcntl; a run that makes no progress for that many seconds after its failure counts as one that
+never ends."""
 
 import json
 import os
@@ -22,6 +23,7 @@ LINE = re.compile(rb">>> perf01 1 text (.*)\n")  # with its date, or without
 DATE = b"Jan 01 00:00:01"
 RECORD = struct.pack("<8s128sq", b"perf01", b"1", 1)
 NO_MEMORY = 12
+PATIENCE = 20  # seconds; for a run without a failure
 
 
 class Run:
@@ -43,23 +45,36 @@ class Run:
         server.listen()
         return server
 
-    def watch_service(self, timeout):
-        """Sends an event once the service says that it listens, and waits for its line. If there
-        is anything on standard error by then, for that of another: it may be about to end."""
+    def watch(self, role, timeout, pauses=0):
+        """What came of it, as main() prints it."""
+        end = (self._watch_service(timeout, pauses) if role == "service" else
+               self._watch_client(timeout))
+        failed, errors = self._close()
+        return {"failed": failed, "end": end, "errors": errors}
+
+    def _watch_service(self, timeout, pauses):
+        """Sends an event once the service says that it listens, and waits for its line; then for
+        that many pauses between its passes."""
         output = b""
         sent = 0
-        due = 1
-        while len(LINE.findall(output)) < due:
+        while not LINE.search(output):
             more = self._read(timeout)
             if not more:
                 return "never" if more is None else self._end(timeout)
             output += more
-            due = 2 if LINE.search(output) and self._has_errors() else 1
-            if b"Server is listening" in output and sent < due:
-                sent += self._send()
+            if b"Server is listening" in output and sent == 0:
+                sent = self._send()
+        due = self._pauses() + pauses
+        end = time.monotonic() + timeout
+        while self._pauses() < due:
+            if self._process.poll() is not None:
+                return self._end(timeout)
+            if time.monotonic() > end:
+                return "never"
+            time.sleep(0.005)
         return "goes on" if set(LINE.findall(output)) == {DATE} else "goes on without a date"
 
-    def watch_client(self, timeout):
+    def _watch_client(self, timeout):
         """Sees that an event of which the client says that it was sent has arrived."""
         end = self._end(timeout)
         if end != "status 0":
@@ -73,8 +88,9 @@ class Run:
         ready, _, _ = select.select([self._process.stdout], [], [], timeout)
         return os.read(self._process.stdout.fileno(), 65536) if ready else None
 
-    def _has_errors(self):
-        return bool(select.select([self._process.stderr], [], [], 0)[0])
+    @staticmethod
+    def _pauses():
+        return open(LOG).readlines().count("sleep:4\n") if os.path.exists(LOG) else 0
 
     @staticmethod
     def _send():
@@ -94,7 +110,7 @@ class Run:
             return "never"
         return f"status {status}" if status >= 0 else f"signal {-status}"
 
-    def close(self):
+    def _close(self):
         """Returns whether an allocation failed, and the lines on standard error."""
         self._process.kill()
         _, errors = self._process.communicate()
@@ -112,11 +128,16 @@ def main():
     started = time.monotonic()
     while failed and time.monotonic() - started < 120:
         number += 1
-        run = Run(command, library, f"{allocation}:{number}")
-        watch = run.watch_service if role == "service" else run.watch_client
-        end = watch(float(seconds))
-        failed, errors = run.close()
-        print(json.dumps({"number": number, "failed": failed, "end": end, "errors": errors}))
+        fault = f"{allocation}:{number}"
+        # A run without a failure may have been held up before it, or have come to its line early.
+        for timeout in float(seconds), PATIENCE, PATIENCE, PATIENCE:
+            seen = Run(command, library, fault).watch(role, timeout)
+            if seen["end"].startswith("goes on") and seen["errors"]:  # it may be about to end
+                seen = Run(command, library, fault).watch(role, timeout, pauses=30)
+            failed = seen["failed"]
+            if failed:
+                break
+        print(json.dumps({"number": number, **seen}))
 
 
 main()

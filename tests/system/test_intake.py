@@ -1,5 +1,6 @@
 """What the service takes in from a connection."""
 
+import contextlib
 import random
 import struct
 import time
@@ -13,6 +14,7 @@ from support.sandbox import RECORD_SIZE
 ROWS = ["perf01,CPU,CPU usage is high,warn", "sys05,USB,USB device added,info"]
 SETTINGS = {"allowed": "perf01", "host": "127.0.0.1", "port": 5514, "formatString": "[ID] [VAL]"}
 RECEIVED = "> Received event"
+TIMED_OUT = "read: Connection timed out\n"
 
 
 def record(id_, values=b"", moment=0):
@@ -172,17 +174,18 @@ def test_client_that_closes_later_without_writing_does_not_hold_the_service(sand
     with sandbox.connect():
         service.wait_for_call(POLL)  # for what this client writes
         assert service.stderr == ""
-    wait_until(lambda: service.error_lines, "a line on standard error", 3)
+    wait_until(lambda: service.error_lines, "a line on standard error")
     assert service.stderr.startswith("read: ") and service.stderr.count("\n") == 1
+    assert service.stderr != TIMED_OUT
 
 
 def test_silent_client_is_given_up_after_five_seconds(sandbox):
     service = sandbox.start_listening_service()
     started = time.monotonic()
     with sandbox.connect():
-        service.wait_for_error_line("read: Connection timed out")
-        assert 4.9 < time.monotonic() - started < 9
-    assert service.stderr == "read: Connection timed out\n"
+        wait_until(lambda: service.error_lines, "a line on standard error")
+        assert 4.9 < time.monotonic() - started < 15
+    assert service.stderr == TIMED_OUT
 
 
 def test_next_client_is_served_while_a_silent_one_stays_connected(sandbox, udp_collector):
@@ -190,7 +193,7 @@ def test_next_client_is_served_while_a_silent_one_stays_connected(sandbox, udp_c
     with sandbox.connect():
         sandbox.send("perf01", "next")
         assert udp_collector.wait_for(1) == [b"perf01 next"]
-    assert service.stderr == "read: Connection timed out\n"
+    assert service.stderr == TIMED_OUT
 
 
 def test_client_that_writes_within_the_time_limit_is_heard(sandbox, udp_collector):
@@ -206,7 +209,8 @@ def test_client_that_writes_within_the_time_limit_is_heard(sandbox, udp_collecto
                                              (5, "Input/output error")])
 def test_failed_read_is_reported_and_queues_nothing(sandbox, number, message):
     service, start = start_bare_service(sandbox, env=sandbox.faulty(FAULTS=f"read:1:{number}"))
-    sandbox.send_bytes(record(b"perf01"))
+    with sandbox.connect() as connection, contextlib.suppress(BrokenPipeError):  # it has hung up
+        connection.sendall(record(b"perf01"))
     service.wait_for_error_line(f"read: {message}")
     sandbox.send_bytes(record(b"perf02"))
     service.wait_for_line("Event perf02 is not defined")

@@ -5,6 +5,7 @@ import os
 import pytest
 
 from support.monitors import SETTINGS, Script
+from support.polling import DEADLINE
 from support.sandbox import Sandbox
 
 pytestmark = pytest.mark.skipif(os.environ.get("OV_SANITIZER") != "address",
@@ -13,7 +14,7 @@ pytestmark = pytest.mark.skipif(os.environ.get("OV_SANITIZER") != "address",
 
 def test_service_that_is_ended_looks_for_leaks_and_finds_none(sandbox):
     service = sandbox.start_listening_service()
-    service.kill()
+    service.kill(patience=DEADLINE)
     assert service.status == 0
 
 
@@ -30,7 +31,7 @@ def test_leak_of_a_service_with_monitors_is_reported_as_it_is_ended(leaking_sand
     Script(sandbox, "usb-devices.sh").write("#!/bin/sh\necho A\n")
     sandbox.write_settings(**SETTINGS, usbDevMon=1, agentConnMon=1)
     service = sandbox.start_listening_service(env=sandbox.faulty(LEAK=33))
-    service.kill()
+    service.kill(patience=DEADLINE)
     assert "LeakSanitizer: detected memory leaks" in service.stderr
     assert "33 byte(s)" in service.stderr
     with pytest.raises(AssertionError):

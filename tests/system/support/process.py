@@ -210,7 +210,7 @@ class Process:
     def signal(self, number):
         os.kill(self.pid, number)
 
-    def _end_after_look_for_leaks(self, children):
+    def _end_after_look_for_leaks(self, children, patience):
         """Does it for a service that pauses: at another moment it may hold a lock that the look
         needs, so that neither would end."""
         try:
@@ -218,17 +218,18 @@ class Process:
             if not os.readlink(f"/proc/{pid}/exe").endswith("/ov-event-logger"):
                 return
             process = pathlib.Path(f"/proc/{pid}")
-            wait_until(lambda: call_of(process)[0] in PAUSES, "a pause", 1)
+            wait_until(lambda: call_of(process)[0] in PAUSES, "a pause", patience)
             os.kill(int(pid), signal.SIGRTMAX)
-            self._popen.wait(10)
+            self._popen.wait(max(patience, 10))
         except (AssertionError, ValueError, OSError, subprocess.TimeoutExpired):
             pass  # it ends without
 
-    def kill(self):
-        """Ends the process, if it has not ended by itself, and waits for that."""
+    def kill(self, patience=1):
+        """Ends the process, if it has not ended by itself, and waits for that. Where leaks are
+        looked for, a service that does not pause within `patience` seconds ends without."""
         children = pathlib.Path(f"/proc/{self._popen.pid}/task/{self._popen.pid}/children")
         if os.environ.get("OV_SANITIZER") == "address":
-            self._end_after_look_for_leaks(children)
+            self._end_after_look_for_leaks(children, patience)
 
         def killed():
             if not self.is_running():

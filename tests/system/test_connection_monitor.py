@@ -89,10 +89,10 @@ def test_each_status_is_told_with_every_check(sandbox):
     wait_until_checked(service)
     before = len(service.error_lines)
     write_status(sandbox, "agent", "1", 'NOT "YET"')
-    wait_until_checked(service)
+    after = len(service.error_lines)
     wait_until_checked(service)
     assert set(service.error_lines[:before]) == {told("CONNECTED")}
-    assert set(service.error_lines[before + 1:]) == {told('NOT \\"YET\\"')}
+    assert set(service.error_lines[after + 1:]) == {told('NOT \\"YET\\"')}
 
 
 # What is allowed

@@ -87,7 +87,8 @@ def plug(sandbox, place, **attributes):
 
 
 def unplug(sandbox, place):
-    sandbox.sh(f"mv {USB_DEVICES}/{place} /tmp/unplugged; rm -r /tmp/unplugged")
+    """Unplugs it, all at once too."""
+    sandbox.sh(f"mv {USB_DEVICES}/{place} /sys/bus; rm -r /sys/bus/{place}")
 
 
 def documented_hook():

@@ -16,6 +16,10 @@ QString FromUtf8(std::string_view text) {
   return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
 }
 
+QString LocalTimeText(qint64 milliseconds) {
+  return QDateTime::fromMSecsSinceEpoch(milliseconds).toString(QStringLiteral("MMM dd HH:mm:ss"));
+}
+
 }  // namespace
 
 QString FormatPriority(std::int32_t facility, std::int32_t severity) {
@@ -28,11 +32,12 @@ QString FormatPriority(std::int32_t facility, std::int32_t severity) {
 QString FormatDate(std::int64_t seconds) {
   // Unsigned: a client may send any 64 bits, and those that are no date must not run over.
   const std::uint64_t milliseconds = static_cast<std::uint64_t>(seconds) * 1000U;
+  // What Qt makes at its first conversion would stay half made, or locked, if that threw.
+  static const QString firstConversion = LocalTimeText(0);
   QString text;
   try {
     const OutOfMemoryThrows caughtBelow;
-    text = QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(milliseconds))
-               .toString(QStringLiteral("MMM dd HH:mm:ss"));
+    text = LocalTimeText(static_cast<qint64>(milliseconds));
   } catch (...) {
     // A line without its date is worth more than none.
   }

@@ -53,17 +53,19 @@ class Run:
         return {"failed": failed, "end": end, "errors": errors}
 
     def _watch_service(self, timeout, pauses):
-        """Sends an event once the service says that it listens, and waits for its line; then for
-        that many pauses between its passes."""
+        """Sends an event once the service says that it listens, and waits for its line; then the
+        same again, as a failure must not harm what comes later; then waits for that many pauses
+        between the service's passes."""
         output = b""
-        sent = 0
-        while not LINE.search(output):
+        sent = seen = 0
+        while seen < 2:
             more = self._read(timeout)
             if not more:
                 return "never" if more is None else self._end(timeout)
             output += more
-            if b"Server is listening" in output and sent == 0:
-                sent = self._send()
+            seen = len(LINE.findall(output))
+            if b"Server is listening" in output and sent == seen:
+                sent += self._send()
         due = self._pauses() + pauses
         end = time.monotonic() + timeout
         while self._pauses() < due:

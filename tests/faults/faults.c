@@ -82,6 +82,10 @@ static struct Detail Descriptor(int fd, char *text) {
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #define REAL(name) ((__typeof__(&(name)))dlsym(RTLD_NEXT, #name))
 
+/* A search frees what the thread's last one left if that failed, as those of a sanitizer's start
+ * may. It is freed here: a sanitizer that opens files for a report has another allocator. */
+__attribute__((constructor)) static void ForgetFailedSearch(void) { (void)REAL(open); }
+
 /* Defines a stand-in for a function that reports failure with -1 and errno. */
 #define STAND_IN(type, name, parameters, arguments, detail) \
   type name parameters {                                    \

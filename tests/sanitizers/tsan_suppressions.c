@@ -1,3 +1,6 @@
+#include <sanitizer/common_interface_defs.h>
+#include <sys/resource.h>
+
 /* What the thread sanitizer is told to pass over, each with its reason. Linked into the programs,
  * so that it holds wherever they run.
  *
@@ -16,4 +19,15 @@ const char *__tsan_default_suppressions(void) {
          "race_top:^ov::StopProcessingThread()$\n"
          "race_top:^ProcessingThread$\n"
          "race:^tzset_internal$\n";
+}
+
+/* A race to pass over is known by the names of its functions, and for these the sanitizer reads the
+ * program's files when it meets its first race. Where few descriptors are allowed they may all be
+ * in use by then, so it is made to read them at once. */
+static void __attribute__((constructor)) ReadNamesWhileThereAreDescriptors(void) {
+  struct rlimit descriptors;
+  if (getrlimit(RLIMIT_NOFILE, &descriptors) == 0 && descriptors.rlim_cur <= 64) {
+    char name[64];
+    __sanitizer_symbolize_pc(__builtin_return_address(0), "%f", name, sizeof name);
+  }
 }

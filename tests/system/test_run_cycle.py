@@ -363,7 +363,8 @@ def test_failed_accept_leaves_its_processing_thread_running_beside_the_next(sand
 def test_service_with_two_processing_threads_sends_each_event_once(sandbox, udp_collector):
     sandbox.write_definitions(ROW)
     sandbox.write_settings(**SETTINGS)
-    service = sandbox.start_service(env=sandbox.faulty(FAULTS="accept4:2:24"))
+    service = sandbox.start_service(env=sandbox.faulty(
+        FAULTS="accept4:2:24", DELAYS="socket@1:2:1500"))  # half a pause lies between the threads
     service.wait_for_cycle(2)
     for number in range(20):
         sandbox.send("perf01", str(number))

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -70,6 +71,26 @@ class EventIntakeTest : public testing::Test {
       errno = 0;
       HandleConnection(service_.Get(), catalogue_, settings_, queue_);
     });
+  }
+
+  // What comes of a connection whose client acts while it is waited for. It is done anew with a
+  // client that came late to that, on a machine that stalls.
+  Output HandleWhile(const std::function<void()> &act) {
+    for (;;) {
+      const auto start = Clock::now();
+      Clock::duration taken{};
+      std::thread client([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        act();
+        taken = Clock::now() - start;
+      });
+      const Output output = Handle();
+      client.join();
+      if (taken < kIntakeTimeout) {
+        return output;
+      }
+      Connect();
+    }
   }
 
   Output Take(const EventRecord &record) {
@@ -242,28 +263,16 @@ TEST_F(EventIntakeTest, ClientGetsNoAnswer) {
 TEST_F(EventIntakeTest, ClientThatWritesWhileItIsWaitedForIsTaken) {
   DefineAndAllow("perf01");
   const EventRecord record = RecordOf("perf01", "late");
-  std::thread client([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    Write(ImageOf(record));
-  });
-  const Output output = Handle();
-  client.join();
-  EXPECT_EQ(output, (Output{"> Received event\nEvent [perf01] (late) at 1700000000\n", ""}));
+  EXPECT_EQ(HandleWhile([&] { Write(ImageOf(record)); }),
+            (Output{"> Received event\nEvent [perf01] (late) at 1700000000\n", ""}));
   EXPECT_EQ(Queued(), ImageOf(record));
 }
 
-TEST_F(EventIntakeTest, ClientThatClosesWhileItIsWaitedForIsReportedAtOnce) {
-  std::thread client([this] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    client_.Reset();
-  });
-  const auto start = Clock::now();
-  const Output output = Handle();
-  const auto taken = Clock::now() - start;
-  client.join();
+TEST_F(EventIntakeTest, ClientThatClosesWhileItIsWaitedForIsReportedAndNotGivenUp) {
+  const Output output = HandleWhile([this] { client_.Reset(); });
   EXPECT_EQ(output.out, "");
   EXPECT_EQ(output.err.substr(0, 6), "read: ");
-  EXPECT_LT(taken, kIntakeTimeout);
+  EXPECT_NE(output.err, "read: Connection timed out\n");
 }
 
 TEST_F(EventIntakeTest, ClientThatSendsNothingIsGivenUpAfterFiveSeconds) {

@@ -84,7 +84,7 @@ class EventIntakeTest : public testing::Test {
         act();
         taken = Clock::now() - start;
       });
-      const Output output = Handle();
+      Output output = Handle();
       client.join();
       if (taken < kIntakeTimeout) {
         return output;

@@ -84,7 +84,11 @@ static struct Detail Descriptor(int fd, char *text) {
 
 /* A search frees what the thread's last one left if that failed, as those of a sanitizer's start
  * may. It is freed here: a sanitizer that opens files for a report has another allocator. */
-__attribute__((constructor)) static void ForgetFailedSearch(void) { (void)REAL(open); }
+__attribute__((constructor)) static void ForgetFailedSearch(void) {
+  /* Kept, so that this is no jump to dlsym: RTLD_NEXT is about whoever calls that. */
+  int (*volatile kept)(const char *, int, ...) = REAL(open);
+  (void)kept;
+}
 
 /* Defines a stand-in for a function that reports failure with -1 and errno. */
 #define STAND_IN(type, name, parameters, arguments, detail) \

@@ -16,42 +16,49 @@
 namespace ov {
 namespace {
 
-[[noreturn]] void EndProcess(UniqueFd &connection, const char *failedCall) {
-  std::perror(failedCall);
-  connection.Reset();
-  std::exit(EXIT_FAILURE);
-}
-
-// A missing and a refusing socket are treated alike: both are what a client sees while the
-// service starts or reloads its settings.
-void Connect(UniqueFd &connection) {
+// Treats a missing and a refusing socket alike: a client sees both while the service starts or
+// reloads its settings.
+bool Connect(int connection) {
   const sockaddr_un address = ServiceSocketAddress();
-  for (int attempt = 1; connect(connection.Get(), AsSocketAddress(address), sizeof(address)) != 0;
-       ++attempt) {
+  for (int attempt = 1; attempt <= kConnectAttempts; ++attempt) {
+    if (connect(connection, AsSocketAddress(address), sizeof(address)) == 0) {
+      return true;
+    }
     const int error = errno;
     sleep(static_cast<unsigned>(kConnectPause.count()));
-    if (attempt == kConnectAttempts) {
-      errno = error;
-      EndProcess(connection, "connect");
-    }
+    errno = error;
   }
+  std::perror("connect");
+  return false;
+}
+
+// Reports what fails with perror.
+bool Send(const EventRecord &record) {
+  const UniqueFd connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!connection.IsOpen()) {
+    std::perror("socket");
+    return false;
+  }
+  if (!Connect(connection.Get())) {
+    return false;
+  }
+  // One write, and a short one is not completed: the service reads a connection once.
+  if (write(connection.Get(), &record, sizeof(record)) < 0) {
+    std::perror("write");
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
 
 void SendEvent(const char *id, const char *values) {
-  // A service that goes away is a write that fails and is reported, not a signal.
+  // If the service goes away, the write fails and is reported; no signal ends the client.
   std::signal(SIGPIPE, SIG_IGN);
   const EventRecord record = MakeEventRecord(id, values);
   PrintEventRecord(record);
-  UniqueFd connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!connection.IsOpen()) {
-    EndProcess(connection, "socket");
-  }
-  Connect(connection);
-  // One write, and a short one is not completed: the service reads a connection once.
-  if (write(connection.Get(), &record, sizeof(record)) < 0) {
-    EndProcess(connection, "write");
+  if (!Send(record)) {
+    std::exit(EXIT_FAILURE);
   }
 }
 

@@ -1,20 +1,12 @@
 #include "app/command_line.h"
 
-#include <linux/close_range.h>
-#include <malloc.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
-#include <limits>
 #include <string_view>
 
 #include "app/client_sender.h"
-#include "base/names_codec.h"
-#include "base/out_of_memory.h"
 #include "base/standard_streams.h"
-#include "service/event_catalogue.h"
-#include "service/run_cycle.h"
+#include "service/service.h"
 
 namespace ov {
 namespace {
@@ -33,27 +25,9 @@ int FailWithInvalidParameters(const char *program) {
   return FailWithUsage(program);
 }
 
-// The scripts of the monitors get nothing of what whoever started the service left open.
-void CloseInheritedDescriptorsOnExec() {
-  close_range(STDERR_FILENO + 1, std::numeric_limits<unsigned>::max(), CLOSE_RANGE_CLOEXEC);
-}
-
-[[noreturn]] void RunService() {
-  // One heap for all threads: they rarely meet in it, and each further one would stay resident.
-  mallopt(M_ARENA_MAX, 1);
-  CloseInheritedDescriptorsOnExec();
-  UseUtf8ForNames();
-  std::puts("Starting service...");
-  g_eventCatalogue = loadEventDefinitions();
-  while (true) {
-    RunCycle();
-  }
-}
-
 }  // namespace
 
 int RunCommandLine(int argc, char *argv[]) {
-  EndWhenOutOfMemory();
   SetUpStandardStreams();
   if (argc < 2) {
     return FailWithUsage(argc > 0 ? argv[0] : "");

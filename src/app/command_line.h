@@ -1,5 +1,4 @@
-// The command line: chooses the role of the process. Called by main. For the service it fills the
-// process-wide catalogue.
+// The command line: chooses the role of the process. Called by main.
 #pragma once
 
 namespace ov {

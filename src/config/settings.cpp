@@ -10,8 +10,7 @@
 
 namespace ov {
 
-template <typename Integer>
-void Settings::ApplyInteger(const char *key, Integer &field) const {
+void Settings::ApplyInteger(const char *key, std::int32_t &field) const {
   const auto entry = rawValues_.constFind(QLatin1String(key));
   if (entry == rawValues_.cend()) {
     return;
@@ -73,8 +72,8 @@ void Settings::dumpSettings() const {
   }
 }
 
-bool Settings::isAllowed(const char *id) const {
-  return allowedEvents_.contains(QString::fromLatin1(id));
+bool Settings::isAllowed(std::string_view id) const {
+  return allowedEvents_.contains(QString::fromLatin1(id.data(), static_cast<int>(id.size())));
 }
 
 void Settings::ApplyText(const char *key, QString &field) const {
@@ -99,7 +98,7 @@ void Settings::ApplyAllowed() {
 void Settings::ApplyProtocol() {
   const auto entry = rawValues_.constFind(QStringLiteral("protocol"));
   if (entry != rawValues_.cend()) {
-    protocol_ = *entry == QLatin1String("syslog-tcp") ? kProtocolTcp : kProtocolUdp;
+    protocol_ = *entry == QLatin1String("syslog-tcp") ? Protocol::kTcp : Protocol::kUdp;
   }
 }
 

@@ -1,20 +1,18 @@
-// The settings of the service, from its INI file. parseSettings and settingsChanged run on the
-// main thread only; while the processing thread runs, others may call the accessors.
+// The settings of the service, from its INI file. Used on the main thread only.
 #pragma once
 
 #include <QHash>
 #include <QSet>
 #include <QString>
-#include <atomic>
 #include <cstdint>
+#include <string_view>
 
 namespace ov {
 
 constexpr char kSettingsPath[] = "/tmp/ov-event-logger.ini";
 
 /// How lines travel to the collector, as the key "protocol" chooses.
-constexpr std::int32_t kProtocolUdp = 0;
-constexpr std::int32_t kProtocolTcp = 1;
+enum class Protocol { kUdp, kTcp };
 
 /// Holds the value of every key. A key that the file lacks keeps its value from earlier in the
 /// life of the process, and the default only until it has once been read.
@@ -35,12 +33,12 @@ class Settings {
   /// Prints "<key>: <value>" for every entry last read, in no particular order.
   void dumpSettings() const;
 
-  /// Whether events of this identifier (NUL-terminated, read as Latin-1) may be forwarded.
-  bool isAllowed(const char *id) const;
+  /// Whether events of this identifier (Latin-1) may be forwarded.
+  bool isAllowed(std::string_view id) const;
 
   std::int32_t facility() const { return facility_; }  ///< syslog facility, not range-checked
   QString formatString() const { return formatString_; }
-  std::int32_t protocol() const { return protocol_; }  ///< kProtocolUdp or kProtocolTcp
+  Protocol protocol() const { return protocol_; }
   QString host() const { return host_; }
   std::int32_t port() const { return port_; }  ///< not range-checked
   bool usbDevMon() const { return usbDevMon_ > 0; }
@@ -52,21 +50,18 @@ class Settings {
   std::int32_t diskThreshold() const { return diskThreshold_; }  ///< percent
 
  private:
-  template <typename Integer>
-  void ApplyInteger(const char *key, Integer &field) const;
+  void ApplyInteger(const char *key, std::int32_t &field) const;
   void ApplyText(const char *key, QString &field) const;
   void ApplyAllowed();
   void ApplyProtocol();
 
   QHash<QString, QString> rawValues_;
   std::int64_t lastModified_ = 0;  // seconds since the epoch
-  // Two fields are atomic: a processing thread that outlived its cycle may read them while the next
-  // cycle parses.
-  std::atomic<std::int32_t> facility_{3};  // the system daemons
+  std::int32_t facility_ = 3;      // the system daemons
   QString formatString_ =
       QStringLiteral("<[PRI]> [DATE] [NAME]([IP]): [ID] [DESC] - [VAL] ([SEV])");
   QSet<QString> allowedEvents_;
-  std::atomic<std::int32_t> protocol_{kProtocolUdp};
+  Protocol protocol_ = Protocol::kUdp;
   QString host_;
   std::int32_t port_ = 514;
   std::int32_t usbDevMon_ = 0;

@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <QByteArray>
 #include <QDebug>
 #include <QFile>
+#include <QStringList>
 
-#include "base/text_file.h"
 #include "base/unique_fd.h"
+#include "event/built_in_events.h"
 
 namespace ov {
 
@@ -30,15 +32,15 @@ void AgentConnMon::Check() {
 void AgentConnMon::Report(const QString &status) const {
   if (status == QLatin1String("CONNECTED")) {
     if (connectedAllowed_) {
-      RaiseEvent("net02");
+      RaiseEvent(kAgentConnected);
     }
   } else if (status == QLatin1String("CERTIFICATE WARNING")) {
     if (connectedAllowed_) {
-      RaiseEvent("net02", status.toUtf8());
+      RaiseEvent(kAgentConnected, status.toUtf8());
     }
   } else if (status != QLatin1String("CONNECTING...")) {
     if (failureAllowed_) {
-      RaiseEvent("net03", status.toUtf8());
+      RaiseEvent(kAgentFailed, status.toUtf8());
     }
   }
 }
@@ -51,16 +53,13 @@ QString AgentConnMon::ReadAgentStatus() {
     return {};
   }
   QFile file;
-  if (!file.open(descriptor.Get(), QIODevice::ReadOnly | QIODevice::Text)) {
-    return {};
+  file.open(descriptor.Get(), QIODevice::ReadOnly);
+  QByteArray text;
+  for (int line = 1; line <= kAgentStatusLine; ++line) {
+    text += file.readLine();
   }
-  QString line;
-  for (int number = 1; number <= kAgentStatusLine; ++number) {
-    if (!ReadLine(file, line)) {
-      return {};
-    }
-  }
-  return line.trimmed();
+  text.replace('\r', "");
+  return QString::fromUtf8(text).split(QLatin1Char('\n')).value(kAgentStatusLine - 1).trimmed();
 }
 
 }  // namespace ov

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "event/event_queue.h"
 #include "event/event_record.h"
-#include "service/event_queue.h"
 
 namespace ov {
 namespace {
@@ -28,26 +28,20 @@ void WaitFor(sem_t &semaphore) {
 
 }  // namespace
 
-Monitor::Monitor(const QString &name, std::chrono::seconds period)
-    : name_(name), period_(static_cast<std::int32_t>(period.count())) {
-  sem_init(&requestCleared_, 0, 0);
-  sem_init(&ended_, 0, 0);
+Monitor::Monitor(const QString &name, std::chrono::seconds period) : name_(name), period_(period) {
+  sem_init(&progress_, 0, 0);
 }
 
-Monitor::~Monitor() {
-  StopIfRunning();
-  sem_destroy(&ended_);
-  sem_destroy(&requestCleared_);
-}
+Monitor::~Monitor() { sem_destroy(&progress_); }
 
 void Monitor::Start() {
-  if (IsRunning()) {
+  if (thread_ != 0) {
     Report(stdout, "%s is already running\n", name_);
     return;
   }
   const int error = pthread_create(&thread_, nullptr, Run, this);
   if (error == 0) {
-    WaitFor(requestCleared_);
+    WaitFor(progress_);
   } else {
     thread_ = 0;
     ReportError("Error starting monitor: %s\n", name_, "pthread_create", error);
@@ -57,7 +51,7 @@ void Monitor::Start() {
 }
 
 void Monitor::Stop() {
-  if (!IsRunning()) {
+  if (thread_ == 0) {
     Report(stdout, "%s is not running\n", name_);
     return;
   }
@@ -67,12 +61,12 @@ void Monitor::Stop() {
   if (error != 0) {
     ReportError("Error stopping monitor: %s\n", name_, "pthread_join", error);
   }
-  WaitFor(ended_);  // also a thread that could not be joined must not outlive what it uses
+  WaitFor(progress_);  // a thread that could not be joined must not outlive the monitor either
   thread_ = 0;
 }
 
 void Monitor::StopIfRunning() {
-  if (IsRunning()) {
+  if (thread_ != 0) {
     Stop();
   }
 }
@@ -86,13 +80,13 @@ void Monitor::RaiseEvent(const char *id, const QByteArray &values) {
 void *Monitor::Run(void *monitor) {
   auto &self = *static_cast<Monitor *>(monitor);
   self.stopRequest_ = 0;
-  sem_post(&self.requestCleared_);
+  sem_post(&self.progress_);
   self.Init();
   while (self.stopRequest_ == 0) {
     self.Check();
-    sleep(static_cast<unsigned>(self.period_));
+    sleep(static_cast<unsigned>(self.period_.count()));
   }
-  sem_post(&self.ended_);
+  sem_post(&self.progress_);
   return nullptr;
 }
 

@@ -1,7 +1,6 @@
 // What all built-in monitors share: a thread that looks at the machine once a period and raises
-// events. A monitor belongs to the run cycle, whose thread constructs, starts, stops and destroys
-// it; Init and Check run on the monitor's own thread. Raising an event reaches for the
-// process-wide event queue.
+// events. The run cycle's thread constructs, starts, stops and destroys a monitor; Init and Check
+// run on the monitor's own thread. A raised event goes to the process-wide event queue.
 #pragma once
 
 #include <pthread.h>
@@ -20,8 +19,8 @@ class Monitor {
   Monitor(const Monitor &) = delete;
   Monitor &operator=(const Monitor &) = delete;
 
-  /// Stops a monitor that still runs. By then a derived class is gone, so each of them calls
-  /// StopIfRunning in its own destructor.
+  /// Needs a monitor that does not run: the parts of a derived class are gone by then. So each
+  /// derived class calls StopIfRunning in its own destructor.
   virtual ~Monitor();
 
   /// Called once, before the first check.
@@ -38,17 +37,10 @@ class Monitor {
   /// Asks the thread to end and waits for that: up to one period and the time of a check.
   void Stop();
 
-  QString Name() const { return name_; }
-  std::int32_t Period() const { return period_; }  ///< seconds
-  std::int32_t StopRequest() const { return stopRequest_; }
-  void SetStopRequest(std::int32_t request) { stopRequest_ = request; }
-  bool IsRunning() const { return thread_ != 0; }
-
  protected:
   /// `period` is the pause between two checks.
   Monitor(const QString &name, std::chrono::seconds period);
 
-  /// For destructors: nothing that the thread uses may be released before it has ended.
   void StopIfRunning();
 
   /// Queues an event of now. The texts are cut as those of every event record.
@@ -58,12 +50,11 @@ class Monitor {
  private:
   static void *Run(void *monitor);
 
-  QString name_;
-  std::int32_t period_;
+  const QString name_;
+  const std::chrono::seconds period_;
   std::int32_t stopRequest_ = 0;  // shared as a plain integer, 0 or 1
   pthread_t thread_ = 0;          // 0 while there is none
-  sem_t requestCleared_;          // posted by the thread once it has cleared the stop request
-  sem_t ended_;                   // posted by the thread with its last use of the monitor
+  sem_t progress_;  // the thread posts it once it has cleared the stop request, and as it ends
 };
 
 }  // namespace ov

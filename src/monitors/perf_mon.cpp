@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "event/built_in_events.h"
 #include "monitors/script_runner.h"
 
 namespace ov {
@@ -33,9 +34,9 @@ PerfMon::PerfMon(bool cpuAllowed, bool memAllowed, bool diskAllowed, float cpuTh
 
 void PerfMon::Check() {
   ReadValues();
-  Evaluate(cpu_, "perf01");
-  Evaluate(mem_, "perf02");
-  Evaluate(disk_, "perf03");
+  Evaluate(cpu_, kCpuThresholdReached);
+  Evaluate(mem_, kMemThresholdReached);
+  Evaluate(disk_, kDiskThresholdReached);
 }
 
 void PerfMon::ReadValues() {

@@ -1,13 +1,23 @@
 #include "monitors/script_runner.h"
 
 #include <QByteArray>
-
-#include "monitors/child_process.h"
+#include <QProcess>
 
 namespace ov {
 
 QString RunScript(const QString &program, const QStringList &arguments) {
-  const QByteArray output = ChildProcess(program, arguments).ReadUntilEnd(kScriptTimeout);
+  QProcess process;
+  process.start(program, arguments, QIODevice::ReadWrite);
+  // Qt goes on reading standard error, so that the program never waits, and drops what it reads.
+  process.closeReadChannel(QProcess::StandardError);
+  const bool hasFinished =
+      process.waitForFinished(std::chrono::milliseconds(kScriptTimeout).count());
+  const QByteArray output = process.readAllStandardOutput();
+  if (!hasFinished) {
+    // The destructor of a process that still runs would print a warning.
+    process.kill();
+    process.waitForFinished();
+  }
   return QString::fromUtf8(output.constData());
 }
 

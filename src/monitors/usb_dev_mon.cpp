@@ -2,6 +2,7 @@
 
 #include <QStringList>
 
+#include "event/built_in_events.h"
 #include "monitors/script_runner.h"
 
 namespace ov {
@@ -20,28 +21,26 @@ QSet<QString> UsbDevMon::ReadDevices() {
 
 void UsbDevMon::Init() {
   devices_ = ReadDevices();
-  if (!presentAllowed_) {
-    return;
-  }
-  for (const QString &device : qAsConst(devices_)) {
-    RaiseEvent("sys05", device.toUtf8());
+  if (presentAllowed_) {
+    RaiseForEach(kUsbDevicePresent, devices_);
   }
 }
 
 void UsbDevMon::Check() {
   const QSet<QString> present = ReadDevices();
-  const auto raiseForEach = [](const char *eventId, const QSet<QString> &devices) {
-    for (const QString &device : devices) {
-      RaiseEvent(eventId, device.toUtf8());
-    }
-  };
   if (addedAllowed_) {
-    raiseForEach("sys06", present - devices_);
+    RaiseForEach(kUsbDeviceAdded, present - devices_);
   }
   if (removedAllowed_) {
-    raiseForEach("sys07", devices_ - present);
+    RaiseForEach(kUsbDeviceRemoved, devices_ - present);
   }
   devices_ = present;
+}
+
+void UsbDevMon::RaiseForEach(const char *eventId, const QSet<QString> &devices) {
+  for (const QString &device : devices) {
+    RaiseEvent(eventId, device.toUtf8());
+  }
 }
 
 }  // namespace ov

@@ -28,6 +28,8 @@ class UsbDevMon final : public Monitor {
   static QSet<QString> ReadDevices();
 
  private:
+  static void RaiseForEach(const char *eventId, const QSet<QString> &devices);
+
   bool presentAllowed_;
   bool addedAllowed_;
   bool removedAllowed_;

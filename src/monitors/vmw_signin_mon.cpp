@@ -3,6 +3,7 @@
 #include <QDebug>
 #include <QStringList>
 
+#include "event/built_in_events.h"
 #include "monitors/script_runner.h"
 
 namespace ov {
@@ -32,11 +33,11 @@ void VmwSigninMon::Check() {
   qDebug() << "VmwSigninMon: check status";
   const QByteArray user = GetUsername().toUtf8();
   if (successAllowed_ && QueryStatus(QStringLiteral("success"))) {
-    RaiseEvent("sec03", user);
+    RaiseEvent(kSigninSucceeded, user);
     reported_ = true;
   }
   if (errorAllowed_ && QueryStatus(QStringLiteral("error"))) {
-    RaiseEvent("sec04", user);
+    RaiseEvent(kSigninFailed, user);
     reported_ = true;
   }
 }

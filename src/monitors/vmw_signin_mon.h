@@ -34,8 +34,7 @@ class VmwSigninMon final : public Monitor {
 
   bool successAllowed_;
   bool errorAllowed_;
-  bool reported_ = false;                         // in the present run of the client
-  QString userName_ = QStringLiteral("unknown");  // set once, and not looked at
+  bool reported_ = false;  // in the present run of the client
 };
 
 }  // namespace ov

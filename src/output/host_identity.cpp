@@ -5,7 +5,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 
-#include <QHostInfo>
+#include <QSysInfo>
 #include <array>
 #include <cstdio>
 #include <memory>
@@ -41,9 +41,11 @@ QString GetLocalIpAddress() {
   return address;
 }
 
-void RefreshHostIdentity(QString &addressText, QString &nameText) {
-  addressText = GetLocalIpAddress();
-  nameText = QHostInfo::localHostName();
+HostIdentity LookUpHostIdentity() {
+  HostIdentity host;
+  host.address = GetLocalIpAddress();
+  host.name = QSysInfo::machineHostName();
+  return host;
 }
 
 }  // namespace ov

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <QByteArray>
+#include <cstddef>
 #include <cstdio>
 
 #include "base/socket_address.h"
@@ -11,40 +12,30 @@
 namespace ov {
 
 bool TcpSyslogSender::Init(const QString &host, std::int32_t port) {
-  sockaddr_in destination;
-  if (!ResolveCollector(host, port, SOCK_STREAM, destination)) {
-    return false;
-  }
-  destination_.Set(destination);
-  return true;
+  return ResolveCollector(host, port, SOCK_STREAM, destination_);
 }
 
-bool TcpSyslogSender::Connect() {
-  // What is held already is not closed first: a failed try leaves its socket open.
-  socket_.Replace(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const SharedFd::Use inUse = socket_.InUse();
-  if (inUse.Get() == -1) {
+UniqueFd TcpSyslogSender::Connect() const {
+  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (descriptor == -1) {
     std::puts("Error creating socket");
-    return false;
+    return UniqueFd();
   }
-  const sockaddr_in destination = destination_.Get();
-  if (connect(inUse.Get(), AsSocketAddress(destination), sizeof(destination)) != 0) {
+  if (connect(descriptor, AsSocketAddress(destination_), sizeof(destination_)) != 0) {
     std::perror("connect");
-    return false;
+    // Not closed here: the next try takes a new socket.
+    return UniqueFd();
   }
-  return true;
+  return UniqueFd(descriptor);
 }
 
-void TcpSyslogSender::Send(const QString &line) const {
+void TcpSyslogSender::Send(int connection, const QString &line) {
   QByteArray bytes = line.trimmed().toUtf8();
   bytes.append('\n');
-  const SharedFd::Use inUse = socket_.InUse();
   const auto size = static_cast<std::size_t>(bytes.size());
-  if (send(inUse.Get(), bytes.constData(), size, MSG_NOSIGNAL) < 0) {
+  if (send(connection, bytes.constData(), size, MSG_NOSIGNAL) < 0) {
     std::puts("Error sending message");
   }
 }
-
-void TcpSyslogSender::Close() { socket_.Close(); }
 
 }  // namespace ov

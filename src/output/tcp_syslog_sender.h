@@ -1,46 +1,34 @@
 // Sends lines to a syslog collector over TCP, each ended by a line feed (RFC 6587, section 3.4.2).
-// The run cycle calls Init and Close; the processing thread calls Connect, Send and Close, once per
-// batch.
+// A sender knows the collector; a connection belongs to the batch that opened it.
 #pragma once
+
+#include <netinet/in.h>
 
 #include <QString>
 #include <cstdint>
 
-#include "base/shared_fd.h"
-#include "base/socket_address.h"
+#include "base/unique_fd.h"
 
 namespace ov {
 
-/// No socket but from Connect to Close, and the destination of the last Init that succeeded.
+/// Holds the destination of the last Init that succeeded; all zero before.
 class TcpSyslogSender {
  public:
-  TcpSyslogSender() = default;
-  TcpSyslogSender(const TcpSyslogSender &) = delete;
-  TcpSyslogSender &operator=(const TcpSyslogSender &) = delete;
-  ~TcpSyslogSender() { Close(); }
-
   /// Resolves the collector (see ResolveCollector); makes no socket. After a failure the
-  /// destination stays that of the last success.
+  /// destination stays as it was.
   bool Init(const QString &host, std::int32_t port);
 
-  /// Connects a new socket to the collector. On failure, says why: on standard output when there
-  /// is no socket, with perror when it does not connect.
-  bool Connect();
+  /// Connects a new socket to the collector. Returns a closed one on failure and says why: on
+  /// standard output when there is no socket, with perror when it does not connect. Each failed
+  /// connect leaves its descriptor open until the process ends.
+  UniqueFd Connect() const;
 
   /// Writes the line, without white space at its ends and with a line feed. A line that cannot be
   /// sent is reported on standard output and lost; a dropped connection raises no signal.
-  void Send(const QString &line) const;
-
-  void Close();
-
-  std::int32_t SocketDescriptor() const { return socket_.InUse().Get(); }
+  static void Send(int connection, const QString &line);
 
  private:
-  // A processing thread that outlived its cycle may use what the next cycle closes and replaces.
-  SharedFd socket_;
-  SharedSocketAddress destination_;
+  sockaddr_in destination_{};
 };
-
-extern TcpSyslogSender g_tcpSyslogSender;
 
 }  // namespace ov

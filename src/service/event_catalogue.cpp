@@ -2,114 +2,76 @@
 
 #include <QDebug>
 #include <QFile>
-#include <QStringView>
-#include <array>
+#include <QStringList>
+#include <QTextStream>
 #include <cstdio>
-#include <mutex>
-
-#include "base/text_file.h"
 
 namespace ov {
 namespace {
 
-constexpr std::size_t kColumns = 4;
+constexpr int kColumns = 4;
 
-using Row = std::array<QStringView, kColumns>;
-
-// Takes the first columns, trimmed. False if the line has fewer.
-bool SplitRow(QStringView line, Row &row) {
-  qsizetype start = 0;
-  for (QStringView &column : row) {
-    if (start > line.size()) {
-      return false;
-    }
-    const qsizetype comma = line.indexOf(QLatin1Char(','), start);
-    const qsizetype end = comma < 0 ? line.size() : comma;
-    column = line.mid(start, end - start).trimmed();
-    start = end + 1;
+void AddLine(const QString &line, EventDefinitions &definitions) {
+  if (line.startsWith(QLatin1Char('#'))) {
+    return;
   }
-  return true;
+  const QStringList columns = line.split(QLatin1Char(','));
+  if (columns.size() < kColumns) {
+    qWarning() << "Invalid line format:" << line;
+    return;
+  }
+  const EventDefinition definition(columns[0].trimmed(), columns[1].trimmed(), columns[2].trimmed(),
+                                   columns[3].trimmed());
+  definitions.insert(definition.id, definition);
 }
 
-// Labels and severity names repeat from row to row. Those that do share their memory.
-class RepeatedText {
- public:
-  const QString &Of(QStringView text) {
-    if (text != text_) {
-      text_ = text.toString();
-    }
-    return text_;
-  }
-
- private:
-  QString text_;
-};
-
-// Puts the lines of the file into the catalogue.
-class CatalogueBuilder {
- public:
-  explicit CatalogueBuilder(EventCatalogue &catalogue) : catalogue_(catalogue) {}
-
-  void AddLine(const QString &line) {
-    if (line.startsWith(QLatin1Char('#'))) {
-      return;
-    }
-    Row row;
-    if (!SplitRow(line, row)) {
-      qWarning() << "Invalid line format:" << line;
-      return;
-    }
-    const QString id = row[0].toString();
-    catalogue_[id] =
-        EventDefinition(id, labels_.Of(row[1]), row[2].toString(), severityNames_.Of(row[3]));
-  }
-
- private:
-  EventCatalogue &catalogue_;
-  RepeatedText labels_;
-  RepeatedText severityNames_;
-};
-
-// An insertion may move the table from under a reader.
-std::mutex catalogueMutex;
+QString KeyOf(std::string_view id) {
+  return QString::fromLatin1(id.data(), static_cast<int>(id.size()));
+}
 
 }  // namespace
 
-EventCatalogue loadEventDefinitions() {
-  EventCatalogue catalogue;
+EventDefinitions loadEventDefinitions() {
+  EventDefinitions definitions;
   std::puts("loading Event definitions...");
 
-  QString path = QLatin1String(kSystemDefinitionsPath);
-  if (!QFile::exists(path)) {
-    path = QLatin1String(kFallbackDefinitionsPath);
-    if (!QFile::exists(path)) {
-      return catalogue;
+  const char *path = kSystemDefinitionsPath;
+  if (!QFile::exists(QLatin1String(path))) {
+    path = kFallbackDefinitionsPath;
+    if (!QFile::exists(QLatin1String(path))) {
+      return definitions;
     }
   }
-  std::printf("loading %s\n", path.toUtf8().constData());
+  std::printf("loading %s\n", path);
 
-  QFile file(path);
+  QFile file{QLatin1String(path)};
   if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
     // Names the system file even when the fallback is the one that failed to open.
     qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
-    return catalogue;
+    return definitions;
   }
-  CatalogueBuilder builder(catalogue);
+  QString text = QString::fromUtf8(file.readAll());
+  QTextStream lines(&text);
   QString line;
-  while (ReadLine(file, line)) {
-    builder.AddLine(line);
+  while (lines.readLineInto(&line)) {
+    AddLine(line, definitions);
   }
-  return catalogue;
+  return definitions;
 }
 
-bool IsDefined(const EventCatalogue &catalogue, const QString &id) {
-  const std::lock_guard<std::mutex> lock(catalogueMutex);
-  return catalogue.contains(id);
+void EventCatalogue::Replace(const EventDefinitions &definitions) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  definitions_ = definitions;
 }
 
-const EventDefinition &DefinitionOf(EventCatalogue &catalogue, const QString &id) {
-  const std::lock_guard<std::mutex> lock(catalogueMutex);
-  return catalogue[id];
+bool EventCatalogue::IsDefined(std::string_view id) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return definitions_.contains(KeyOf(id));
+}
+
+EventDefinition EventCatalogue::FindOrInsert(std::string_view id) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return definitions_[KeyOf(id)];
 }
 
 }  // namespace ov

@@ -1,36 +1,45 @@
-// The catalogue of event definitions: which events the service knows, and what it says of them.
-// Loaded on the main thread before any other thread exists, and afterwards reached only through
-// IsDefined and DefinitionOf, which share a lock.
+// The catalogue of event definitions: the events that the service knows, and what it says about
+// each.
 #pragma once
 
 #include <QHash>
 #include <QString>
+#include <mutex>
+#include <string_view>
 
 #include "event/event_definition.h"
 
 namespace ov {
 
-/// Definitions by event identifier (case-sensitive).
-using EventCatalogue = QHash<QString, EventDefinition>;
-
 constexpr char kSystemDefinitionsPath[] = "/usr/lib/orvan/ov-event-logger/ov-event-def.csv";
 /// Read only when the system file does not exist: a fallback, not an override.
 constexpr char kFallbackDefinitionsPath[] = "/tmp/ov-event-def.csv";
 
+/// Definitions by event identifier (case-sensitive).
+using EventDefinitions = QHash<QString, EventDefinition>;
+
 /// Reads the definitions file: UTF-8, one definition a line, the columns identifier, label,
-/// description and severity name separated by commas, without any quoting; lines that begin with
-/// "#" are comments, and the last row of an identifier wins. Reports its progress on standard
-/// output and what it passes over as warnings. A file that is missing or cannot be opened gives
-/// an empty catalogue.
-EventCatalogue loadEventDefinitions();
+/// description and severity name separated by commas, without any quoting. Lines that begin with
+/// "#" are comments. The last row of an identifier wins. Reports progress on standard output, and
+/// each line that it skips as a warning. Without a readable file there are no definitions.
+EventDefinitions loadEventDefinitions();
 
-/// Whether an event of this identifier is known. Any thread.
-bool IsDefined(const EventCatalogue &catalogue, const QString &id);
+/// Owns the definitions. Any thread may call every function at any time.
+class EventCatalogue {
+ public:
+  void Replace(const EventDefinitions &definitions);
 
-/// The definition of an event. One that nobody defined, as a monitor may raise it, gets an empty
-/// definition, which stays in the catalogue. Any thread; the result is good for the life of the
-/// catalogue.
-const EventDefinition &DefinitionOf(EventCatalogue &catalogue, const QString &id);
+  /// Whether an event of this identifier (Latin-1) has a definition.
+  bool IsDefined(std::string_view id) const;
+
+  /// The definition of an event. An event without one (a monitor may raise it) gets an empty
+  /// definition, which stays in the catalogue.
+  EventDefinition FindOrInsert(std::string_view id);
+
+ private:
+  mutable std::mutex mutex_;  // an insertion may move the table while another thread reads it
+  EventDefinitions definitions_;
+};
 
 extern EventCatalogue g_eventCatalogue;
 

@@ -4,54 +4,77 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <QString>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "event/event_record.h"
 
 namespace ov {
-namespace {
 
-// The first try is the only call for nearly every client: it has written by the time it is
-// accepted.
-ssize_t ReadRecord(int connection, EventRecord &record) {
-  const ssize_t received = read(connection, &record, sizeof(record));
-  if (received >= 0 || errno != EAGAIN) {
-    return received;
+EventIntake::EventIntake(const EventCatalogue &catalogue, const Settings &settings,
+                         EventQueue &queue)
+    : catalogue_(catalogue), settings_(settings), queue_(queue) {}
+
+int EventIntake::TakeInClient(int listener) {
+  silentClients_.erase(
+      std::remove_if(silentClients_.begin(), silentClients_.end(),
+                     [this](const UniqueFd &client) { return HandleConnection(client.Get()); }),
+      silentClients_.end());
+
+  UniqueFd connection(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!connection.IsOpen()) {
+    return errno;
   }
-  constexpr int kTimeout = std::chrono::milliseconds(kIntakeTimeout).count();
-  pollfd readable{connection, POLLIN, 0};
-  if (TEMP_FAILURE_RETRY(poll(&readable, 1, kTimeout)) == 0) {
-    // From here on a late write fails in the client, and what came before it is still read.
-    shutdown(connection, SHUT_RD);
-    errno = ETIMEDOUT;
+  if (!HandleConnection(connection.Get())) {
+    SetAside(std::move(connection));
   }
-  return read(connection, &record, sizeof(record));
+  return 0;
 }
 
-}  // namespace
+bool EventIntake::WaitForClient(int listener, std::chrono::milliseconds timeout) const {
+  std::vector<pollfd> awaited{{listener, POLLIN | POLLRDHUP, 0}};
+  for (const UniqueFd &client : silentClients_) {
+    awaited.push_back({client.Get(), POLLIN, 0});
+  }
+  poll(awaited.data(), awaited.size(), static_cast<int>(timeout.count()));
+  return (awaited.front().revents & POLLRDHUP) == 0;
+}
 
-void HandleConnection(int connection, const EventCatalogue &catalogue, const Settings &settings,
-                      EventQueue &queue) {
+bool EventIntake::HandleConnection(int connection) {
   EventRecord record;
   ClearEventRecord(record);
-  if (ReadRecord(connection, record) < 1) {
+  const ssize_t received = read(connection, &record, sizeof(record));
+  if (received < 0 && errno == EAGAIN) {
+    return false;
+  }
+  if (received < 1) {
     std::perror("read");
-    return;
+    return true;
   }
   std::puts("> Received event");
   PrintEventRecord(record);
 
-  const std::string id(EventIdText(record));
-  if (!IsDefined(catalogue, QString::fromLatin1(id.data(), static_cast<int>(id.size())))) {
-    std::printf("Event %s is not defined\n", id.c_str());
-    return;
+  const std::string_view id = EventIdText(record);
+  if (!catalogue_.IsDefined(id)) {
+    std::printf("Event %.*s is not defined\n", static_cast<int>(id.size()), id.data());
+  } else if (settings_.isAllowed(id)) {
+    queue_.Push(record);
   }
-  if (settings.isAllowed(id.c_str())) {
-    queue.Push(record);
+  return true;
+}
+
+void EventIntake::SetAside(UniqueFd connection) {
+  if (silentClients_.size() == kSilentClientLimit) {
+    // From here on a write fails in the client. What it wrote before is still read.
+    shutdown(silentClients_.front().Get(), SHUT_RD);
+    HandleConnection(silentClients_.front().Get());
+    silentClients_.pop_front();
   }
+  silentClients_.push_back(std::move(connection));
 }
 
 }  // namespace ov

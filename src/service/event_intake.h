@@ -1,22 +1,48 @@
-// The event intake: takes the one event record that a connection carries. Runs on the main thread.
+// The event intake: takes the one event record that each client connection carries. A client that
+// connects and stays silent holds nobody up: it is set aside until it writes. Runs on the main
+// thread.
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <deque>
 
+#include "base/unique_fd.h"
 #include "config/settings.h"
+#include "event/event_queue.h"
 #include "service/event_catalogue.h"
-#include "service/event_queue.h"
 
 namespace ov {
 
-/// How long a client that has connected may take to send its record.
-constexpr std::chrono::seconds kIntakeTimeout{5};
+/// The number of silent clients that are set aside at most.
+constexpr std::size_t kSilentClientLimit = 64;
 
-/// Reads one record from a connected, non-blocking socket, prints it, and queues it if its event
-/// is defined and allowed. One read is all: a short record is taken as it is. Neither answers the
-/// client nor closes the connection. Reports a failed read, an end of data and a client that
-/// sends nothing with perror.
-void HandleConnection(int connection, const EventCatalogue &catalogue, const Settings &settings,
-                      EventQueue &queue);
+/// Owns the connections of silent clients, from one run cycle to the next.
+class EventIntake {
+ public:
+  EventIntake(const EventCatalogue &catalogue, const Settings &settings, EventQueue &queue);
+
+  /// Reads the silent clients that have written, then accepts one client, if one waits. Reads its
+  /// record or sets it aside. One client too many ends the one that is silent for longest.
+  /// Returns 0, or the error number of the failed accept (EAGAIN: no client waits).
+  int TakeInClient(int listener);
+
+  /// Waits until TakeInClient has something to do or the time is over (negative: no limit).
+  /// Returns false once the listener is shut down for reading.
+  bool WaitForClient(int listener, std::chrono::milliseconds timeout) const;
+
+  /// Reads one record from a non-blocking connection, prints it, and queues it if its event is
+  /// defined and allowed. One read is all: a short record is taken as it is. Reports a failed read
+  /// and an end of data with perror. Returns false if the client has not written yet.
+  bool HandleConnection(int connection);
+
+ private:
+  void SetAside(UniqueFd connection);
+
+  const EventCatalogue &catalogue_;
+  const Settings &settings_;
+  EventQueue &queue_;
+  std::deque<UniqueFd> silentClients_;  // longest silent first
+};
 
 }  // namespace ov

@@ -5,20 +5,20 @@
 #include <semaphore.h>
 #include <unistd.h>
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 #include <cerrno>
 #include <cstdio>
-#include <mutex>
 
+#include "base/unique_fd.h"
 #include "config/settings.h"
+#include "event/event_queue.h"
 #include "event/event_record.h"
+#include "output/forwarding.h"
 #include "output/host_identity.h"
-#include "output/message_formatter.h"
 #include "output/tcp_syslog_sender.h"
-#include "output/udp_syslog_sender.h"
 #include "service/event_catalogue.h"
-#include "service/event_queue.h"
 
 namespace ov {
 namespace {
@@ -29,92 +29,71 @@ pthread_t processingThread;
 // run cycle sets it to end the thread.
 bool stopRequested = false;
 
-// Posted by each thread once it has cleared the flag. A stop requested before that would be lost.
-sem_t &FlagCleared() {
-  static sem_t semaphore;
-  static const int initialised = sem_init(&semaphore, 0, 0);
-  static_cast<void>(initialised);
-  return semaphore;
-}
+// Each thread posts it after it has cleared the flag. A stop requested before that would be lost.
+sem_t flagCleared;
 
 void Sleep(std::chrono::seconds pause) { sleep(static_cast<unsigned>(pause.count())); }
 
-// What the lines of the pass that now begins have in common.
-LineContext BeginPass() {
-  // After a failed accept two threads pass side by side, and both replace the two texts.
-  static std::mutex mutex;
-  const std::lock_guard<std::mutex> lock(mutex);
-  RefreshHostIdentity(g_hostAddressText, g_hostNameText);
-  return {g_settings.facility(), g_hostNameText, g_hostAddressText, {}};
-}
-
-QStringList FormatAndPrint(const EventList &events, LineContext &context) {
+QStringList FormatAndPrint(const EventList &events, const Forwarding &forwarding,
+                           const HostIdentity &host) {
   QStringList lines;
   for (const EventRecord &event : events) {
-    const std::string_view id = EventIdText(event);
-    const EventDefinition &definition =
-        DefinitionOf(g_eventCatalogue, QString::fromLatin1(id.data(), static_cast<int>(id.size())));
-    lines.append(g_messageFormatter.FormatEvent(event, definition, context));
+    const EventDefinition definition = g_eventCatalogue.FindOrInsert(EventIdText(event));
+    lines.append(forwarding.formatter.FormatEvent(event, definition, forwarding.facility, host));
     std::printf(">>> %s\n", lines.constLast().toUtf8().constData());
   }
   return lines;
 }
 
-void SendOverTcp(const QStringList &lines) {
-  // Does not look at the stop flag: the batch is held until the collector can be reached.
-  while (!g_tcpSyslogSender.Connect()) {
+// Connects to the collector of the present cycle, which may not be the one that began the pass.
+UniqueFd ConnectToCollector() {
+  while (true) {
+    UniqueFd connection = g_forwarding.Get().tcpSender.Connect();
+    if (connection.IsOpen()) {
+      return connection;
+    }
+    // Does not look at the stop flag: the batch is held until the collector can be reached.
     Sleep(kReconnectPause);
   }
-  for (const QString &line : lines) {
-    g_tcpSyslogSender.Send(line);
-  }
-  g_tcpSyslogSender.Close();
 }
 
-void SendOverUdp(const QStringList &lines) {
-  for (const QString &line : lines) {
-    g_udpSyslogSender.Send(line);
-  }
-}
-
-void SendLines(const QStringList &lines) {
-  switch (g_settings.protocol()) {
-    case kProtocolUdp:
-      SendOverUdp(lines);
-      break;
-    case kProtocolTcp:
-      SendOverTcp(lines);
-      break;
-    default:
-      break;
+void SendLines(const QStringList &lines, const Forwarding &forwarding) {
+  if (forwarding.protocol == Protocol::kTcp) {
+    const UniqueFd connection = ConnectToCollector();
+    for (const QString &line : lines) {
+      TcpSyslogSender::Send(connection.Get(), line);
+    }
+  } else {
+    for (const QString &line : lines) {
+      forwarding.udpSender.Send(line);
+    }
   }
 }
 
 // Returns whether there were any.
-bool DeliverQueuedEvents(LineContext &context) {
+bool DeliverQueuedEvents(const Forwarding &forwarding, const HostIdentity &host) {
   const EventList events = g_eventQueue.TakeAll();
   if (events.empty()) {
     return false;
   }
   std::puts("> Process events");
-  SendLines(FormatAndPrint(events, context));
+  SendLines(FormatAndPrint(events, forwarding, host), forwarding);
   return true;
 }
 
 void RunPass() {
-  LineContext context = BeginPass();
-  if (context.hostAddress.isEmpty()) {
+  const Forwarding forwarding = g_forwarding.Get();
+  const HostIdentity host = LookUpHostIdentity();
+  if (host.address.isEmpty()) {
     std::puts("> Client address is unknown");
-    return;
-  }
-  if (DeliverQueuedEvents(context)) {
-    malloc_trim(0);  // gives what the batch took back to the system
+  } else if (DeliverQueuedEvents(forwarding, host)) {
+    malloc_trim(0);  // gives the memory of the batch back to the system
   }
 }
 
 void *ProcessingThread(void * /*unused*/) {
   stopRequested = false;
-  sem_post(&FlagCleared());
+  sem_post(&flagCleared);
   while (!stopRequested) {
     RunPass();
     Sleep(kPassPause);
@@ -125,9 +104,10 @@ void *ProcessingThread(void * /*unused*/) {
 }  // namespace
 
 int StartProcessingThread() {
+  sem_init(&flagCleared, 0, 0);
   const int error = pthread_create(&processingThread, nullptr, ProcessingThread, nullptr);
   if (error == 0) {
-    while (sem_wait(&FlagCleared()) != 0) {
+    while (sem_wait(&flagCleared) != 0) {
     }
   }
   return error;

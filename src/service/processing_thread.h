@@ -1,7 +1,6 @@
 // The processing thread: every few seconds, turns the queued events into lines and sends them to
-// the collector. The functions are for the run cycle's thread; the process-wide objects that the
-// thread uses are the settings, the catalogue, the formatter, the senders, the host's two texts
-// and the queue.
+// the collector. The run cycle's thread calls these functions. The thread uses the process-wide
+// catalogue, forwarding and queue.
 #pragma once
 
 #include <chrono>
@@ -13,8 +12,8 @@ constexpr std::chrono::seconds kPassPause{3};
 /// The pause after each failed connection to a TCP collector.
 constexpr std::chrono::seconds kReconnectPause{10};
 
-/// Starts the thread and waits until it is ready to be stopped. Returns 0, or the error number
-/// of the failed creation.
+/// Starts the thread and waits until it can be stopped. Returns 0, or the error number of the
+/// failed creation.
 int StartProcessingThread();
 
 /// Asks the thread to end after its present pass and waits for that: as long as one pause, or for

@@ -1,159 +1,197 @@
 #include "service/run_cycle.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <vector>
 
 #include "base/socket_address.h"
 #include "base/unique_fd.h"
 #include "config/settings.h"
+#include "event/built_in_events.h"
 #include "event/service_socket.h"
-#include "output/message_formatter.h"
-#include "output/tcp_syslog_sender.h"
-#include "output/udp_syslog_sender.h"
-#include "service/cycle_monitors.h"
-#include "service/event_catalogue.h"
-#include "service/event_intake.h"
-#include "service/event_queue.h"
+#include "monitors/agent_conn_mon.h"
+#include "monitors/monitor.h"
+#include "monitors/perf_mon.h"
+#include "monitors/usb_dev_mon.h"
+#include "monitors/vmw_signin_mon.h"
+#include "output/forwarding.h"
 #include "service/processing_thread.h"
 
 namespace ov {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
 enum class CycleEnd { kSettingsChanged, kAcceptFailed };
 
-// Without running destructors: a processing thread of an earlier cycle may still use the
-// process-wide objects. Nothing is lost by it, every line has been written.
-[[noreturn]] void EndProcess(UniqueFd &listener) {
-  listener.Reset();
-  std::_Exit(EXIT_FAILURE);
-}
+// Runs no destructors: a processing thread of an earlier cycle may still use the process-wide
+// objects.
+[[noreturn]] void EndProcess() { std::_Exit(EXIT_FAILURE); }
 
-[[noreturn]] void EndProcess(UniqueFd &listener, const char *failedCall) {
+[[noreturn]] void EndProcess(const char *failedCall) {
   std::perror(failedCall);
-  EndProcess(listener);
+  EndProcess();
 }
 
 UniqueFd OpenServiceSocket() {
   UniqueFd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!listener.IsOpen()) {
-    EndProcess(listener, "socket");
+    EndProcess("socket");
   }
   const int flags = fcntl(listener.Get(), F_GETFL);
   if (flags < 0) {
-    EndProcess(listener, "fcntl F_GETFL");
+    EndProcess("fcntl F_GETFL");
   }
   if (fcntl(listener.Get(), F_SETFL, flags | O_NONBLOCK) < 0) {
-    EndProcess(listener, "fcntl F_SETFL");
+    EndProcess("fcntl F_SETFL");
   }
   std::puts("listening...");
   // A file left over from a service that did not end cleanly is not removed: the bind fails.
   const sockaddr_un address = ServiceSocketAddress();
   if (bind(listener.Get(), AsSocketAddress(address), sizeof(address)) < 0) {
-    EndProcess(listener, "bind");
+    EndProcess("bind");
   }
   if (listen(listener.Get(), kListenBacklog) < 0) {
-    EndProcess(listener, "listen");
+    EndProcess("listen");
   }
   std::printf("Server is listening on %s\n", kServiceSocketPath);
   return listener;
 }
 
-void OpenSender() {
-  switch (g_settings.protocol()) {
-    case kProtocolUdp:
-      g_udpSyslogSender.Init(g_settings.host(), g_settings.port());
-      break;
-    case kProtocolTcp:
-      g_tcpSyslogSender.Init(g_settings.host(), g_settings.port());
-      break;
-    default:
-      break;
-  }
-}
-
-void CloseSender() {
-  switch (g_settings.protocol()) {
-    case kProtocolUdp:
-      g_udpSyslogSender.Close();
-      break;
-    case kProtocolTcp:
-      g_tcpSyslogSender.Close();
-      break;
-    default:
-      break;
-  }
-}
-
 void ApplySettings() {
   g_settings.parseSettings();
-  g_messageFormatter.SetTemplate(g_settings.formatString());
-  OpenSender();
+  g_forwarding.Change([](Forwarding &forwarding) {
+    forwarding.facility = g_settings.facility();
+    forwarding.formatter.SetTemplate(g_settings.formatString());
+    forwarding.protocol = g_settings.protocol();
+    if (g_settings.protocol() == Protocol::kTcp) {
+      forwarding.tcpSender.Init(g_settings.host(), g_settings.port());
+    } else {
+      forwarding.udpSender.Init(g_settings.host(), g_settings.port());
+    }
+  });
 }
 
-// Takes in one client, if one waits. On failure errno says why.
-bool TakeInOneClient(const UniqueFd &listener) {
-  const UniqueFd connection(
-      accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!connection.IsOpen()) {
-    return false;
-  }
-  HandleConnection(connection.Get(), g_eventCatalogue, g_settings, g_eventQueue);
-  return true;
-}
-
-CycleEnd ServeClients(const UniqueFd &listener) {
+CycleEnd ServeClients(const UniqueFd &listener, EventIntake &intake) {
+  Clock::time_point nextLook = Clock::now();
   while (true) {
-    if (TakeInOneClient(listener)) {
+    const int error = intake.TakeInClient(listener.Get());
+    if (error == 0) {
       continue;
     }
-    if (errno != EAGAIN) {
+    if (error != EAGAIN) {
+      errno = error;
       std::perror("accept");
       return CycleEnd::kAcceptFailed;
     }
-    if (g_settings.settingsChanged()) {
-      return CycleEnd::kSettingsChanged;
+    if (Clock::now() >= nextLook) {
+      if (g_settings.settingsChanged()) {
+        return CycleEnd::kSettingsChanged;
+      }
+      nextLook = Clock::now() + kAcceptPause;
     }
-    usleep(kAcceptPause.count());
+    intake.WaitForClient(listener.Get(), std::chrono::ceil<milliseconds>(nextLook - Clock::now()));
   }
 }
 
-// Clients that wait already believe that their event was sent. Shut down for reading, the socket
-// refuses new ones, who try again, and still hands out those.
-void TakeInWaitingClients(const UniqueFd &listener) {
-  shutdown(listener.Get(), SHUT_RD);
-  while (TakeInOneClient(listener) || errno == ECONNABORTED || errno == EINTR) {
+// What a cycle that ends has to stop.
+struct EndingCycle {
+  int listener;
+  const std::vector<Monitor *> &enabledMonitors;
+};
+
+// Waits for the threads of the cycle: for ever while a TCP collector refuses its connection.
+void *StopThreads(void *endingCycle) {
+  const auto &cycle = *static_cast<const EndingCycle *>(endingCycle);
+  StopProcessingThread();
+  for (Monitor *monitor : cycle.enabledMonitors) {
+    monitor->Stop();
   }
-  // With none left, a socket that is shut down reports one or the other.
-  if (errno != EAGAIN && errno != EINVAL) {
-    std::perror("accept");
+  g_forwarding.Change([](Forwarding &forwarding) { forwarding.udpSender.Close(); });
+  // The socket refuses new clients, who try again, and still hands out those that wait: they
+  // believe that their event is sent.
+  shutdown(cycle.listener, SHUT_RD);
+  return nullptr;
+}
+
+// Returns once the listener is shut down and no client waits.
+void TakeInLastClients(const UniqueFd &listener, EventIntake &intake) {
+  constexpr milliseconds kNoLimit{-1};
+  bool isOpen = true;
+  while (true) {
+    const int error = intake.TakeInClient(listener.Get());
+    if (error == EAGAIN && isOpen) {
+      isOpen = intake.WaitForClient(listener.Get(), kNoLimit);
+    } else if (error != 0) {
+      if (error != EAGAIN) {
+        errno = error;
+        std::perror("accept");
+      }
+      return;
+    }
+  }
+}
+
+// Stops the threads of the cycle, and takes in clients meanwhile.
+void EndCycle(const UniqueFd &listener, EventIntake &intake,
+              const std::vector<Monitor *> &enabledMonitors) {
+  EndingCycle cycle{listener.Get(), enabledMonitors};
+  pthread_t thread = 0;
+  const bool isBeside = pthread_create(&thread, nullptr, StopThreads, &cycle) == 0;
+  if (!isBeside) {
+    StopThreads(&cycle);
+  }
+  TakeInLastClients(listener, intake);
+  if (isBeside) {
+    pthread_join(thread, nullptr);
   }
 }
 
 }  // namespace
 
-void RunCycle() {
+void RunCycle(EventIntake &intake) {
   std::puts("Starting event server...");
   UniqueFd listener = OpenServiceSocket();
   ApplySettings();
-  CycleMonitors monitors(g_settings);
+
+  std::vector<Monitor *> enabledMonitors;
+  const auto startIf = [&enabledMonitors](bool isEnabled, Monitor &monitor) {
+    if (isEnabled) {
+      monitor.Start();
+      enabledMonitors.push_back(&monitor);
+    }
+  };
+  const auto isAllowed = [](const char *id) { return g_settings.isAllowed(id); };
+  UsbDevMon usbDevMon(isAllowed(kUsbDevicePresent), isAllowed(kUsbDeviceAdded),
+                      isAllowed(kUsbDeviceRemoved));
+  startIf(g_settings.usbDevMon(), usbDevMon);
+  VmwSigninMon vmwSigninMon(isAllowed(kSigninSucceeded), isAllowed(kSigninFailed));
+  startIf(g_settings.vmwSigninMon(), vmwSigninMon);
+  AgentConnMon agentConnMon(isAllowed(kAgentConnected), isAllowed(kAgentFailed));
+  startIf(g_settings.agentConnMon(), agentConnMon);
+  PerfMon perfMon(isAllowed(kCpuThresholdReached), isAllowed(kMemThresholdReached),
+                  isAllowed(kDiskThresholdReached), static_cast<float>(g_settings.cpuThreshold()),
+                  static_cast<float>(g_settings.memThreshold()),
+                  static_cast<float>(g_settings.diskThreshold()));
+  startIf(g_settings.perfMon(), perfMon);
+
   const int error = StartProcessingThread();
   if (error != 0) {
     std::fprintf(stderr, "Error creating event processing thread: %d\n", error);
-    EndProcess(listener);
+    EndProcess();
   }
 
-  // After a failed accept only the monitors are stopped, by their destructor: the next cycle runs
+  // After a failed accept only the monitors are stopped, by their destructors: the next cycle runs
   // beside this one's processing thread.
-  if (ServeClients(listener) == CycleEnd::kSettingsChanged) {
-    StopProcessingThread();
-    monitors.StopEnabled();
-    CloseSender();
-    TakeInWaitingClients(listener);
+  if (ServeClients(listener, intake) == CycleEnd::kSettingsChanged) {
+    EndCycle(listener, intake, enabledMonitors);
   }
   listener.Reset();
   unlink(kServiceSocketPath);

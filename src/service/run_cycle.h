@@ -1,19 +1,21 @@
 // One run cycle of the event service: from opening the service socket, with the settings as they
-// are then, to the settings' next change. Runs on the main thread. It is where the process-wide
-// objects meet: settings, catalogue, formatter, senders and queue.
+// are then, to the next change of the settings. Runs on the main thread. The process-wide objects
+// meet here: settings, catalogue, forwarding and queue.
 #pragma once
 
 #include <chrono>
 
+#include "service/event_intake.h"
+
 namespace ov {
 
-/// How many clients may wait on the service socket.
+/// The number of clients that may wait on the service socket.
 constexpr int kListenBacklog = 10;
-/// The pause after a look at the service socket that found no client.
+/// The pause between two looks at the settings file while no client waits.
 constexpr std::chrono::microseconds kAcceptPause{1'000'000};
 
 /// Runs one cycle and returns when the settings have changed or accept has failed. A failed setup
 /// ends the process with status 1.
-void RunCycle();
+void RunCycle(EventIntake &intake);
 
 }  // namespace ov

@@ -1,6 +1,7 @@
 #include "app/client_sender.h"
 
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>

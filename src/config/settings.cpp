@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <QByteArray>
 #include <QFile>
 #include <QSettings>
 #include <QStringList>

@@ -1,5 +1,7 @@
 #include "monitors/perf_mon.h"
 
+#include <QByteArray>
+#include <QString>
 #include <QStringList>
 #include <array>
 #include <cstdio>

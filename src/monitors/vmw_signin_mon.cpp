@@ -1,5 +1,6 @@
 #include "monitors/vmw_signin_mon.h"
 
+#include <QByteArray>
 #include <QDebug>
 #include <QStringList>
 

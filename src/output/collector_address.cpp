@@ -1,7 +1,9 @@
 #include "output/collector_address.h"
 
 #include <netdb.h>
+#include <sys/socket.h>
 
+#include <QByteArray>
 #include <cstdio>
 #include <cstring>
 

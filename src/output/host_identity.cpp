@@ -4,6 +4,7 @@
 #include <net/if.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <QSysInfo>
 #include <array>

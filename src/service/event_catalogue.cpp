@@ -1,5 +1,6 @@
 #include "service/event_catalogue.h"
 
+#include <QByteArray>
 #include <QDebug>
 #include <QFile>
 #include <QStringList>

@@ -33,7 +33,7 @@ bool Connect(int connection) {
   return false;
 }
 
-// Reports what fails with perror.
+// Reports a failed call with perror.
 bool Send(const EventRecord &record) {
   const UniqueFd connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!connection.IsOpen()) {
@@ -43,7 +43,7 @@ bool Send(const EventRecord &record) {
   if (!Connect(connection.Get())) {
     return false;
   }
-  // One write, and a short one is not completed: the service reads a connection once.
+  // A short write is not completed: the service reads a connection only once.
   if (write(connection.Get(), &record, sizeof(record)) < 0) {
     std::perror("write");
     return false;

@@ -9,9 +9,8 @@ constexpr int kConnectAttempts = 30;
 /// The pause after each failed attempt to connect.
 constexpr std::chrono::seconds kConnectPause{1};
 
-/// Prints the record of the event and sends it. `values` may be null. Returns after the record
-/// was written; a failure is reported with perror and ends the process with status 1. Without a
-/// service that takes about 30 seconds.
+/// Prints the record of the event, sends it and returns. `values` may be null. Reports a failure
+/// with perror and ends the process with status 1, without a service after about 30 seconds.
 void SendEvent(const char *id, const char *values);
 
 }  // namespace ov

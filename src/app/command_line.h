@@ -3,8 +3,8 @@
 
 namespace ov {
 
-/// Runs what the arguments ask for and returns the exit status: 0 after an event was sent, 1 after
-/// a usage error, reported on standard error. The service role does not return.
+/// Runs what the arguments ask for and returns the exit status: 0 after it sent an event, 1 after
+/// it reported a usage error on standard error. The service role does not return.
 int RunCommandLine(int argc, char *argv[]);
 
 }  // namespace ov

@@ -7,8 +7,7 @@
 namespace ov {
 namespace {
 
-// Goes by a name and a number of no known encoding: whoever asks Qt for UTF-8 is to get the codec
-// that can also convert piece by piece.
+// Its name and number belong to no known encoding: code that asks Qt for UTF-8 gets Qt's own codec.
 class NamesCodec : public QTextCodec {
  public:
   QByteArray name() const override { return QByteArrayLiteral("names"); }

@@ -14,11 +14,11 @@ namespace {
 void WriteDiagnostic(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
                      const QString &message) {
   const QByteArray line = message.toUtf8() + '\n';
-  // Standard error is unbuffered, so one call is one write and lines of threads do not mix.
+  // Standard error is unbuffered: one call is one write, and lines of threads do not mix.
   std::fwrite(line.constData(), 1, static_cast<std::size_t>(line.size()), stderr);
 }
 
-// What is closed would be taken by the next socket, and lines would go there.
+// If descriptor 1 is closed, the next socket gets that number and output lines go to it.
 void OpenMissingStreams() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(stream, F_GETFD) == -1) {

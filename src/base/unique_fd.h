@@ -1,4 +1,4 @@
-// A descriptor that closes itself. Any thread may own one; one thread at a time.
+// A descriptor that closes itself. One thread at a time may use an object.
 #pragma once
 
 #include <unistd.h>
@@ -24,7 +24,7 @@ class UniqueFd {
   [[nodiscard]] int Get() const { return fd_; }
   [[nodiscard]] bool IsOpen() const { return fd_ >= 0; }
 
-  /// Closes what is held, if anything, and takes over `fd`.
+  /// Closes the descriptor, if there is one, and takes over `fd`.
   void Reset(int fd = kNone) {
     if (fd_ >= 0) {
       close(fd_);

@@ -14,20 +14,20 @@ constexpr char kSettingsPath[] = "/tmp/ov-event-logger.ini";
 /// How lines travel to the collector, as the key "protocol" chooses.
 enum class Protocol { kUdp, kTcp };
 
-/// Holds the value of every key. A key that the file lacks keeps its value from earlier in the
-/// life of the process, and the default only until it has once been read.
+/// Holds the value of every key. If a key is missing from the file, its last value stays in force;
+/// the default counts only until a file first has the key.
 class Settings {
  public:
-  /// Reads the file, prints every entry and applies the thirteen known keys. A number that is
-  /// not a decimal integer is passed over without a message; nothing else is checked.
+  /// Reads the file, prints every entry and applies the thirteen known keys. Ignores a number that
+  /// is not a decimal integer, without a message; checks nothing else.
   void parseSettings();
 
   /// Whether the file's contents differ from those that parseSettings read. Costs one stat while
-  /// the file's modification time (whole seconds) stays; false when the file is missing.
+  /// the file's modification time (whole seconds) stays the same. False if the file is missing.
   bool settingsChanged();
 
-  /// Every key of the file with its value as text, as Qt's INI reader gives them; empty when
-  /// there is no file.
+  /// Every key of the file with its value as text, as Qt's INI reader gives them. Empty without a
+  /// file.
   static QHash<QString, QString> readSettingsFile();
 
   /// Prints "<key>: <value>" for every entry last read, in no particular order.

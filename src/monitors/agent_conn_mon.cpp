@@ -46,7 +46,7 @@ void AgentConnMon::Report(const QString &status) const {
 }
 
 QString AgentConnMon::ReadAgentStatus() {
-  // Anyone may write to the folder: a pipe or a device there must not hold the monitor.
+  // Anyone may create the file: a pipe or a device must not block the monitor.
   const UniqueFd descriptor(open(kAgentStatusPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat status {};
   if (fstat(descriptor.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {

@@ -13,7 +13,7 @@ constexpr char kAgentStatusPath[] = "/tmp/ovwsagentstatus";
 constexpr int kAgentStatusLine = 3;  // counted from 1
 constexpr std::chrono::seconds kAgentPeriod{5};
 
-/// Knows the status of the check before.
+/// Remembers the status of the last check.
 class AgentConnMon final : public Monitor {
  public:
   /// Whether "net02" (connected, or a certificate warning) and "net03" (failure) may be raised.

@@ -46,7 +46,7 @@ void Monitor::Start() {
     thread_ = 0;
     ReportError("Error starting monitor: %s\n", name_, "pthread_create", error);
   }
-  // Said after a failure too.
+  // Printed after a failure too.
   Report(stdout, "Starting monitor: %s\n", name_);
 }
 

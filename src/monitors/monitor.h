@@ -13,14 +13,14 @@
 
 namespace ov {
 
-/// A monitor that is not running, or one with a thread of its own.
+/// A monitor, with or without a running thread.
 class Monitor {
  public:
   Monitor(const Monitor &) = delete;
   Monitor &operator=(const Monitor &) = delete;
 
-  /// Needs a monitor that does not run: the parts of a derived class are gone by then. So each
-  /// derived class calls StopIfRunning in its own destructor.
+  /// Each derived class calls StopIfRunning in its own destructor: here its parts are gone, and
+  /// the thread must not use them.
   virtual ~Monitor();
 
   /// Called once, before the first check.
@@ -30,8 +30,8 @@ class Monitor {
   /// Never called; empty in every monitor.
   virtual void Reserved() = 0;
 
-  /// Starts the thread, and says so even when that failed, which is reported on standard error.
-  /// Returns once the thread can be stopped.
+  /// Starts the thread and returns when the thread can be stopped. Reports a failure on standard
+  /// error, and prints that the monitor starts even then.
   void Start();
 
   /// Asks the thread to end and waits for that: up to one period and the time of a check.
@@ -43,7 +43,7 @@ class Monitor {
 
   void StopIfRunning();
 
-  /// Queues an event of now. The texts are cut as those of every event record.
+  /// Queues an event with the present time. MakeEventRecord cuts its texts.
   static void RaiseEvent(const char *id);
   static void RaiseEvent(const char *id, const QByteArray &values);
 

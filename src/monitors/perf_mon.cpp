@@ -64,7 +64,7 @@ void PerfMon::Evaluate(Resource &resource, const char *eventId) {
   if (!resource.allowed) {
     return;
   }
-  // Reached counts as well as exceeded; a value that is not a number is neither.
+  // Also for a value that is not a number.
   if (!(resource.value >= resource.threshold)) {
     resource.raised = false;
   } else if (!resource.raised) {

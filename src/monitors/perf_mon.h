@@ -1,5 +1,5 @@
 // The performance monitor: raises an event when the use of the processor, the memory or a disk
-// reaches its threshold, and again only after it was below.
+// reaches its threshold, and again only after a reading below it.
 #pragma once
 
 #include <chrono>
@@ -13,7 +13,7 @@ constexpr char kPerfScriptPath[] = "/usr/lib/orvan/ov-event-logger/perf.sh";
 constexpr std::size_t kPerfValuesLimit = 15;  // characters
 constexpr std::chrono::seconds kPerfPeriod{5};
 
-/// Knows of each resource its last reading, and whether that was reported.
+/// Remembers the last reading of each resource, and whether it raised the event.
 class PerfMon final : public Monitor {
  public:
   /// Whether "perf01" (processor), "perf02" (memory) and "perf03" (disk) may be raised, then
@@ -23,9 +23,9 @@ class PerfMon final : public Monitor {
   ~PerfMon() override { StopIfRunning(); }
 
   void Init() override {}
-  /// Reads the script's lines "cpu=", "mem=" and "disk=", in percent. One that is missing keeps
-  /// the value of the check before. Ends the process if an event's values text is longer than 15
-  /// characters, as 100 percent over a threshold of 10 or more is.
+  /// Reads the script's lines "cpu=", "mem=" and "disk=", in percent. A value whose line is missing
+  /// stays as it was. Ends the process if an event's values text has more than 15 characters, such
+  /// as "100.00% > 90.00%".
   void Check() override;
   void Reserved() override {}
 
@@ -34,7 +34,7 @@ class PerfMon final : public Monitor {
     bool allowed;
     float threshold;  // percent
     float value;      // percent, the last reading
-    bool raised;      // and not below the threshold since
+    bool raised;      // the event, and no reading was below the threshold since
   };
 
   void ReadValues();

@@ -13,7 +13,7 @@ namespace ov {
 constexpr char kUsbScriptPath[] = "/usr/lib/orvan/ov-event-logger/usb-devices.sh";
 constexpr std::chrono::seconds kUsbPeriod{3};
 
-/// Knows the devices of the poll before.
+/// Remembers the devices of the last poll.
 class UsbDevMon final : public Monitor {
  public:
   /// Whether "sys05" (present), "sys06" (added) and "sys07" (removed) may be raised.
@@ -24,7 +24,7 @@ class UsbDevMon final : public Monitor {
   void Check() override;
   void Reserved() override {}
 
-  /// The script's lines as they are now. A script that fails reads as one without devices.
+  /// The present lines of the script. A script that fails gives no devices.
   static QSet<QString> ReadDevices();
 
  private:

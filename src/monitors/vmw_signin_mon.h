@@ -13,7 +13,7 @@ constexpr char kSigninScriptPath[] = "/usr/lib/orvan/ov-event-logger/vmw-signin-
 constexpr char kSigninClient[] = "horizon-client";
 constexpr std::chrono::seconds kSigninPeriod{3};
 
-/// Knows whether the present run of the client was reported.
+/// Remembers whether it reported the present run of the client.
 class VmwSigninMon final : public Monitor {
  public:
   /// Whether "sec03" (success) and "sec04" (error) may be raised.
@@ -24,8 +24,8 @@ class VmwSigninMon final : public Monitor {
   void Check() override;
   void Reserved() override {}
 
-  /// The user as the script's "user" tells: the second of four fields between colons, with the
-  /// third behind a slash unless it is blank. Any other output is returned whole.
+  /// The user from the script's answer to "user". If the answer has four fields between colons:
+  /// the second, and behind a slash the third unless it is blank. Otherwise the whole answer.
   static QString GetUsername();
 
  private:

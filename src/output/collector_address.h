@@ -1,5 +1,5 @@
-// Finds the address of a collector. May be called from any thread; a name may take as long as the
-// system's resolver does.
+// Finds the address of a collector. Any thread may call it. A name takes as long as the system's
+// resolver needs.
 #pragma once
 
 #include <netinet/in.h>

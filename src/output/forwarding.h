@@ -1,5 +1,6 @@
-// How events become lines, and where the lines go. The run cycle changes it between the threads of
-// two cycles. After a failed accept an older processing thread is still there: it works on copies.
+// How events become lines, and where the lines go. The run cycle changes this when a cycle begins
+// and ends. After a failed accept the processing thread of an older cycle still runs: each pass
+// works on a copy of its own.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +13,7 @@
 
 namespace ov {
 
-/// What a pass needs of its run cycle. A copy is cheap, and its UDP socket stays open as long as
-/// the copy lives.
+/// What a pass needs of its run cycle. A copy is cheap; it keeps its UDP socket open.
 struct Forwarding {
   std::int32_t facility = 0;
   Protocol protocol = Protocol::kUdp;
@@ -31,7 +31,7 @@ class SharedForwarding {
     return forwarding_;
   }
 
-  /// Lets `change` have the forwarding for itself. Get waits meanwhile.
+  /// Calls `change` with the forwarding. Get waits until it returns.
   template <typename Function>
   void Change(Function change) {
     const std::lock_guard<std::mutex> lock(mutex_);

@@ -31,7 +31,7 @@ QString GetLocalIpAddress() {
   const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> list(first, freeifaddrs);
 
   QString address;
-  // No stop at the first hit: a network interface is listed after the loopback, and wins over it.
+  // The last match wins: the system lists network interfaces behind the loopback interface.
   for (const ifaddrs *entry = list.get(); entry != nullptr; entry = entry->ifa_next) {
     std::array<char, NI_MAXHOST> text{};
     if (Qualifies(*entry) && getnameinfo(entry->ifa_addr, sizeof(sockaddr_in), text.data(),

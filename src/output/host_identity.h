@@ -12,8 +12,8 @@ struct HostIdentity {
 };
 
 /// The IPv4 address, in dotted decimal, of the last interface in the system's order that is up
-/// and running. Loopback counts. Empty when there is none or, after a perror line, when the
-/// interfaces cannot be listed.
+/// and running. Loopback counts. Empty if there is none or if the system cannot list interfaces,
+/// which is reported with perror.
 QString GetLocalIpAddress();
 
 /// Looks up first the address, then the name.

@@ -13,14 +13,14 @@ QString FromUtf8(std::string_view text) {
 }  // namespace
 
 QString FormatPriority(std::int32_t facility, std::int32_t severity) {
-  // Unsigned, where an overflow is defined and gives the bits of the signed sum that wraps.
+  // Unsigned: an overflow is defined there, and gives the bits of the signed sum that wraps.
   const std::uint32_t sum =
       static_cast<std::uint32_t>(facility) * 8U + static_cast<std::uint32_t>(severity);
   return QString::number(static_cast<qint64>(static_cast<std::int32_t>(sum)));
 }
 
 QString FormatDate(std::int64_t seconds) {
-  // Unsigned: a client may send any 64 bits, and the product of those that are no date overflows.
+  // Unsigned: a client may send any 64 bits, and the product may overflow.
   const std::uint64_t milliseconds = static_cast<std::uint64_t>(seconds) * 1000U;
   QString text;
   try {

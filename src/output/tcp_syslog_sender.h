@@ -18,9 +18,9 @@ class TcpSyslogSender {
   /// destination stays as it was.
   bool Init(const QString &host, std::int32_t port);
 
-  /// Connects a new socket to the collector. Returns a closed one on failure and says why: on
-  /// standard output when there is no socket, with perror when it does not connect. Each failed
-  /// connect leaves its descriptor open until the process ends.
+  /// Connects a new socket to the collector. On failure, returns a closed one and says why: on
+  /// standard output if there is no socket, with perror if it does not connect. The descriptor of
+  /// a socket that does not connect stays open until the process ends.
   UniqueFd Connect() const;
 
   /// Writes the line, without white space at its ends and with a line feed. A line that cannot be

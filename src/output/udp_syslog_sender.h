@@ -15,8 +15,8 @@ namespace ov {
 /// zero before. Copies share the socket, which stays open while one of them holds it.
 class UdpSyslogSender {
  public:
-  /// Closes the socket, opens a new one and resolves the collector (see ResolveCollector). On
-  /// failure, says why on standard output; the destination then stays as it was.
+  /// Closes the socket, opens a new one and resolves the collector (see ResolveCollector). Reports
+  /// a failure on standard output and leaves the destination as it was.
   bool Init(const QString &host, std::int32_t port);
 
   /// Sends the line's UTF-8 bytes as one datagram, with nothing added. A line that cannot be sent

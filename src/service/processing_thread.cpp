@@ -25,11 +25,11 @@ namespace {
 
 pthread_t processingThread;
 
-// Shared as a plain byte: the thread clears it when it starts and reads it after each pass, the
+// Shared as a plain byte: the thread clears it when it starts and reads it after each pass; the
 // run cycle sets it to end the thread.
 bool stopRequested = false;
 
-// Each thread posts it after it has cleared the flag. A stop requested before that would be lost.
+// Each thread posts it after it clears the flag: a stop that is requested earlier would be lost.
 sem_t flagCleared;
 
 void Sleep(std::chrono::seconds pause) { sleep(static_cast<unsigned>(pause.count())); }
@@ -45,14 +45,14 @@ QStringList FormatAndPrint(const EventList &events, const Forwarding &forwarding
   return lines;
 }
 
-// Connects to the collector of the present cycle, which may not be the one that began the pass.
+// Each try takes the collector of the present cycle: a held batch goes to a new collector.
 UniqueFd ConnectToCollector() {
   while (true) {
     UniqueFd connection = g_forwarding.Get().tcpSender.Connect();
     if (connection.IsOpen()) {
       return connection;
     }
-    // Does not look at the stop flag: the batch is held until the collector can be reached.
+    // Does not look at the stop flag: the batch waits until a collector accepts it.
     Sleep(kReconnectPause);
   }
 }
@@ -70,7 +70,7 @@ void SendLines(const QStringList &lines, const Forwarding &forwarding) {
   }
 }
 
-// Returns whether there were any.
+// Returns false if the queue is empty.
 bool DeliverQueuedEvents(const Forwarding &forwarding, const HostIdentity &host) {
   const EventList events = g_eventQueue.TakeAll();
   if (events.empty()) {

@@ -54,7 +54,7 @@ UniqueFd OpenServiceSocket() {
     EndProcess("fcntl F_SETFL");
   }
   std::puts("listening...");
-  // A file left over from a service that did not end cleanly is not removed: the bind fails.
+  // Does not remove the file of a service that a signal ended: the bind fails.
   const sockaddr_un address = ServiceSocketAddress();
   if (bind(listener.Get(), AsSocketAddress(address), sizeof(address)) < 0) {
     EndProcess("bind");

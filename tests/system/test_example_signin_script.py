@@ -6,21 +6,17 @@ import time
 
 import pytest
 
+from support.machine import (
+    SIGNIN_STATE, install_scripts, output, replace_command, script, sign_in, start_service_for)
 from support.polling import wait_until
-from support.sandbox import Sandbox
-from support.stand_ins import (
-    SCRIPTS, SIGNIN_STATE, install_scripts, output, replace_command, script, sign_in,
-    start_service_for, write_state)
 
-SIGNIN = script("vmw-signin-status.sh")
+SIGNIN = script("vmw-signin-status")
+FOLDER = SIGNIN_STATE.removesuffix("/signin")
 
 
-@pytest.fixture
-def sandbox():
-    box = Sandbox(keep=[SCRIPTS])
-    install_scripts(box)
-    yield box
-    box.close()
+@pytest.fixture(autouse=True)
+def scripts(sandbox):
+    install_scripts(sandbox)
 
 
 def answers(sandbox, env=None):
@@ -33,49 +29,49 @@ def later_answers(sandbox):
     return answers(sandbox, replace_command(sandbox, "date", "echo 99999999999"))
 
 
-@pytest.mark.parametrize("state, expected", [
-    (b"success\nalice\nCORP\n", ("signin:alice:CORP:success\n", "success\n", "")),
-    (b"error\nbob\nLAB\n", ("signin:bob:LAB:error\n", "", "error\n")),
-    (b"success\nalice\n\n", ("signin:alice: :success\n", "success\n", "")),
-    (b"success\nalice\n \n", ("signin:alice: :success\n", "success\n", "")),
-    (b"error\n\n\n", ("signin:unknown: :error\n", "", "error\n")),
-    (b"success\n  \nCORP\n", ("signin:unknown:CORP:success\n", "success\n", "")),
-    (b"success\n al ice  \n COR P \n", ("signin:al ice:COR P:success\n", "success\n", "")),
-    (b"success\na:b::/c\nD:E/F\n", ("signin:a_b___c:D_E_F:success\n", "success\n", "")),
-    (b"success\n::\n:\n", ("signin:__:_:success\n", "success\n", "")),
-    (b"success\na\0b\x1b[2J\rc\x7f\n\t\n", ("signin:a_b_[2J_c_:_:success\n", "success\n", "")),
-    (b"success\n$(id)`id`'\"\\n%s*\n~\n",
-     ("signin:$(id)`id`'\"\\n%s*:~:success\n", "success\n", "")),
-    ("success\nJosé\nBüro\n".encode(), ("signin:José:Büro:success\n", "success\n", "")),
-    (b"success\nalice\nCORP\nmore\n" + b"x" * 100000,
-     ("signin:alice:CORP:success\n", "success\n", ""))],
-    ids=["success", "error", "no-domain", "blank-domain", "no-names", "blank-user", "blanks",
-         "colons-and-slashes", "colons-only", "control-characters", "shell-code", "utf-8", "more"])
-def test_outcome_is_told_to_each_word(sandbox, state, expected):
-    write_state(sandbox, state)
-    assert later_answers(sandbox) == expected
+def answers_to(sandbox, state):
+    sandbox.path(FOLDER).mkdir()
+    sandbox.path(SIGNIN_STATE).write_bytes(state)
+    return later_answers(sandbox)
+
+
+@pytest.mark.parametrize("state, user", [
+    (b"alice\nCORP\n", "alice:CORP"), (b"alice\n\n", "alice: "), (b"alice\n \n", "alice: "),
+    (b"\n\n", "unknown: "), (b"  \nCORP\n", "unknown:CORP"),
+    (b" al ice  \n COR P \n", "al ice:COR P"), (b"a:b::/c\nD:E/F\n", "a_b___c:D_E_F"),
+    (b"a\0b\x1b[2J\rc\x7f\n\t\n", "a_b_[2J_c_:_"),
+    (b"$(id)`id`'\"\\n%s*\n~\n", "$(id)`id`'\"\\n%s*:~"),
+    ("José\nBüro\n".encode(), "José:Büro"),
+    (b"alice\nCORP\nmore\n" + b"x" * 100000, "alice:CORP")],
+    ids=["plain", "no-domain", "blank-domain", "no-names", "blank-user", "blanks",
+         "colons-and-slashes", "control-characters", "shell-code", "utf-8", "more"])
+def test_success_is_told_with_its_user(sandbox, state, user):
+    assert answers_to(sandbox, b"success\n" + state) == (f"signin:{user}:success\n",
+                                                         "success\n", "")
+
+
+def test_error_is_told_with_its_user(sandbox):
+    assert answers_to(sandbox, b"error\nbob\nLAB\n") == ("signin:bob:LAB:error\n", "", "error\n")
 
 
 @pytest.mark.parametrize("state", [
-    b"", b"\n\n\n", b"success", b"success\n", b"success\nalice\n", b"success\nalice\nCO",
+    b"", b"\n\n\n", b"success", b"success\nalice\n", b"success\nalice\nCO",
     b"Success\nalice\nCORP\n", b"success \nalice\nCORP\n", b"success\r\nalice\r\nCORP\r\n",
     b"succ\0ess\nalice\nCORP\n", b"failed\nalice\nCORP\n", b"success\n" + b"x" * 5000 + b"\nCORP\n",
     b"\0" * 100000,
     random.Random(1).randbytes(4096).replace(b"success", b"").replace(b"error", b"")],
-    ids=["empty", "no-outcome", "word", "line", "two-lines", "half-a-line", "capital", "blank",
+    ids=["empty", "no-outcome", "word", "two-lines", "half-a-line", "capital", "blank",
          "carriage-returns", "nul", "other-outcome", "long-line", "zeros", "random"])
 def test_state_that_tells_no_outcome_gives_nothing(sandbox, state):
-    write_state(sandbox, state)
-    assert later_answers(sandbox) == ("", "", "")
+    assert answers_to(sandbox, state) == ("", "", "")
 
 
 @pytest.mark.parametrize("make", [
-    ":", f"mkdir -p {SIGNIN_STATE}", f"mkdir {SIGNIN_STATE[:-7]}; mkfifo {SIGNIN_STATE}",
-    f"mkdir {SIGNIN_STATE[:-7]}; printf 'success\\na\\nb\\n' >/tmp/s; ln -s /tmp/s {SIGNIN_STATE}",
-    f"mkdir {SIGNIN_STATE[:-7]}; truncate -s 100G {SIGNIN_STATE}"],
-    ids=["nothing", "folder", "pipe", "link", "huge"])
+    ":", "mkdir signin", "mkfifo signin", "truncate -s 100G signin",
+    "printf 'success\\na\\nb\\n' >/tmp/s; ln -s /tmp/s signin"],
+    ids=["nothing", "folder", "pipe", "huge", "link"])
 def test_what_is_no_state_file_gives_nothing(sandbox, make):
-    sandbox.sh(make)
+    sandbox.sh(f"mkdir {FOLDER}; cd {FOLDER}; {make}")
     assert later_answers(sandbox) == ("", "", "")
 
 
@@ -128,15 +124,13 @@ def test_user_is_whole_while_outcomes_come_and_go(sandbox):
 @pytest.mark.parametrize("arguments", [
     (), ("users",), ("",), ("user", "success"), ("user success",), ("-h",)])
 def test_other_arguments_are_refused(sandbox, arguments):
-    sign_in(sandbox, "success", "alice", "CORP")
     process = sandbox.run(SIGNIN, *arguments)
     assert (process.status, process.stdout, process.stderr) == (
         2, "", f"Usage: {SIGNIN} success|error|user\n")
 
 
 @pytest.mark.parametrize("outcome, domain, line", [
-    ("success", "CORP", b"sec03 alice/CORP"), ("success", "", b"sec03 alice"),
-    ("error", "CORP", b"sec04 alice/CORP")])
+    ("success", "CORP", b"sec03 alice/CORP"), ("error", "", b"sec04 alice")])
 def test_service_reports_a_sign_in(sandbox, udp_collector, outcome, domain, line):
     sandbox.sh("cp /bin/sleep /tmp/horizon-client")
     sandbox.start("/tmp/horizon-client", "3600")

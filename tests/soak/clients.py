@@ -2,11 +2,11 @@
 
 import itertools
 import random
+import re
 import threading
 import time
 
 from support.records import make_record
-from support.service_output import RECORD
 
 from scene import PATIENCE
 
@@ -47,12 +47,12 @@ class RealClient:
     @property
     def sent(self):
         """The records that were told to be sent, as the client printed them."""
-        return [record[0] for record in RECORD.finditer(self._shell.stdout_bytes)]
+        return re.findall(rb"Event .*\n", self._shell.stdout_bytes)
 
 
 class Writer(threading.Thread):
-    """Writes records as they come to its mind, most of them of events that may be forwarded. Rests
-    when they have been taken in: the service looks at its settings only while no client waits."""
+    """Writes random records, most of them of events that may be forwarded, and waits until they have
+    been taken in."""
 
     def __init__(self, sandbox, name, seed, pause):
         super().__init__(daemon=True)
@@ -88,6 +88,7 @@ class Writer(threading.Thread):
             self._name.encode(), next(self._numbers), self._random.choice(AWKWARD))
         seconds = int(time.time())
         connection = self._sandbox.connect(PATIENCE)
+        time.sleep(self._random.choice((0, 0, 0, self._pause)))  # silent for a while
         try:
             connection.sendall(make_record(identifier, values, seconds))
             self.sent.append(b"Event [%s] (%s) at %d\n" % (identifier, values, seconds))

@@ -5,7 +5,8 @@ import select
 import socket
 import threading
 
-from support.collectors import bind_udp, listen, reset
+from support.collectors import ADDRESS, listen, reset
+from support.invariant import pieces_of
 from support.polling import DEADLINE
 
 READS, STALLS, RESETS, AWAY = "reads", "stalls", "resets", "away"
@@ -22,11 +23,18 @@ class Collector(threading.Thread):
         self._sandbox = sandbox
         self._ports = ports
         self._mood = READS
+        self._arrivals = []  # a text for each datagram and each connection
         self._listening = []
-        self._connections = []
+        self._connections = {}  # with the text of each
         self._wake_end, self._waker = os.pipe()
         self._settled = threading.Event()
         self._open()
+
+    @property
+    def received(self):
+        """The lines that arrived whole, in their order."""
+        return [line for is_datagram, content in list(self._arrivals) for line in
+                (pieces_of(bytes(content)) if is_datagram else bytes(content).split(b"\n")[:-1])]
 
     def be(self, mood):
         """Returns once the collector is in this mood."""
@@ -47,41 +55,36 @@ class Collector(threading.Thread):
     def _change_mood(self):
         os.read(self._wake_end, 1)
         if self._mood == AWAY:
-            self._close()
+            while self._listening:
+                self._listening.pop().close()
         elif not self._listening:
             self._open()
         self._settled.set()
 
     def _open(self):
         for port in self._ports:
-            self._listening.append(bind_udp(self._sandbox, port=port))
-            self._listening.append(
-                listen(self._sandbox, port=port, receive_buffer=RECEIVE_BUFFER))
-        for source in self._listening:
-            source.setblocking(False)
-
-    def _close(self):
-        while self._listening:
-            self._listening.pop().close()
+            datagrams = self._sandbox.network_socket(socket.AF_INET, socket.SOCK_DGRAM)
+            datagrams.bind((ADDRESS, port))
+            self._listening += [
+                datagrams, listen(self._sandbox, port=port, receive_buffer=RECEIVE_BUFFER)]
 
     def _serve(self, source):
-        try:
-            if source in self._connections:
-                self._read(source)
-            elif source.type == socket.SOCK_DGRAM:
-                source.recv(65536)
-            else:
-                self._connections.append(source.accept()[0])
-                self._connections[-1].setblocking(False)
-        except BlockingIOError:
-            pass  # the check of conservation has taken it
+        if source in self._connections:
+            self._read(source)
+        elif source.type == socket.SOCK_DGRAM:
+            self._arrivals.append((True, source.recv(65536)))
+        else:
+            connection, _ = source.accept()
+            self._connections[connection] = bytearray()
+            self._arrivals.append((False, self._connections[connection]))
 
     def _read(self, connection):
         content = connection.recv(RECEIVE_BUFFER)
+        self._connections[connection] += content
         if self._mood == RESETS and content:
-            reset(connection)
             self.resets += 1
-            self._connections.remove(connection)
+            reset(connection)
+            del self._connections[connection]
         elif not content:
             connection.close()
-            self._connections.remove(connection)
+            del self._connections[connection]

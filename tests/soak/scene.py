@@ -1,5 +1,5 @@
-"""What stands around the service: the files that it reads and the monitors' scripts, whose answers
-change with every run until /tmp/quiet is there."""
+"""The files that the service reads and the monitors' scripts, whose answers change with every run
+until /tmp/quiet is there."""
 
 from support.monitors import EVENTS, Script, start_client, write_status
 
@@ -50,8 +50,8 @@ def set_up(sandbox):
         Script(sandbox, f"{name}.sh").write(f"#!/bin/sh\n{commands.format(name=name)}")
 
 
-class Surroundings:
-    """What no script stands for: the client's process and the agent's status."""
+class Machine:
+    """The client's process and the agent's status, which the monitors look at without a script."""
 
     def __init__(self, sandbox):
         self._sandbox = sandbox

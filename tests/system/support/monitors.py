@@ -2,7 +2,6 @@
 client's process, the agent's status; and a service that runs monitors over them."""
 
 import itertools
-import pathlib
 
 from .polling import wait_until
 
@@ -80,32 +79,31 @@ class Script:
 
 
 def settings(*switches, allowed=(*EVENTS, "end"), **more):
-    """The contents of a settings file that enables these monitors and allows these events."""
+    """Settings that enable these monitors and allow these events."""
     return {**SETTINGS, **dict.fromkeys(switches, 1), "allowed": " ".join(allowed), **more}
 
 
 def begin_service(sandbox, *switches, env=None, rows=ROWS, **more):
-    """Starts a service, a hasty one unless `env` says otherwise, with these settings."""
+    """Starts a service with these settings; its pauses are short unless `env` says otherwise."""
     sandbox.write_definitions(*rows)
     sandbox.write_settings(**settings(*switches, **more))
-    return sandbox.start_service(env=sandbox.hasty() if env is None else env)
+    return sandbox.start_service(env=sandbox.short_pauses() if env is None else env)
 
 
 def start_monitors(sandbox, *switches, **more):
     """The same, once it has started its monitors and come to its accept loop."""
     service = begin_service(sandbox, *switches, **more)
-    for switch in NAMES:
-        if switch in switches:
-            service.wait_for_line(starting(switch))
+    for switch in switches:
+        service.wait_for_line(starting(switch))
     service.wait_for_cycle(1)
     return service
 
 
 def reload(sandbox, service, cycle, *switches, **more):
-    """Lets the service start its `cycle`th cycle, with these settings."""
+    """Lets the service start its `cycle`th cycle, with these settings and no others."""
     sandbox.write_settings(**settings(*switches, **more), cycle=cycle)
-    service.wait_for_cycle(cycle)
     service.wait_for_line(f"cycle: {cycle}")
+    service.wait_for_cycle(cycle)
 
 
 def starting(switch):
@@ -131,8 +129,7 @@ def start_client(sandbox):
     if not sandbox.path(CLIENT).exists():
         sandbox.sh(f"cp /bin/sleep {CLIENT}")
     client = sandbox.start(CLIENT, "infinity")
-    comm = pathlib.Path(f"/proc/{client.pid}/comm")
-    wait_until(lambda: comm.read_text() == "horizon-client\n", lambda: comm.read_text())
+    wait_until(lambda: client.facts.name() == "horizon-client", "the client's name")
     return client
 
 
@@ -143,9 +140,11 @@ def write_status(sandbox, *lines):
     new.rename(sandbox.path(STATUS_FILE))
 
 
-def wait_until_nothing_is_left(service):
-    """Waits for a moment, between two polls, in which the service has no child process, and no
-    descriptor but its listening socket and the one that it sends from."""
-    wait_until(lambda: not service.children and sorted(
-        target.split(":")[0] for target in service.descriptors.values()) == ["socket"] * 2,
-        lambda: f"{service.children}, {service.descriptors}")
+def wait_until_nothing_is_left(service, monitors=0):
+    """Waits for a moment, between two polls, in which the service has no child process, no
+    descriptor but its listening socket and the one that it sends from, and no thread but the first,
+    the processing thread and those of the monitors."""
+    wait_until(
+        lambda: not service.children and service.threads == 2 + monitors and sorted(
+            target.split(":")[0] for target in service.descriptors.values()) == ["socket"] * 2,
+        lambda: f"{service.children}, {service.descriptors}, {service.threads} threads")

@@ -8,8 +8,9 @@ DEADLINE = 60.0 if os.environ.get("OV_SANITIZER") else 20.0
 INTERVAL = 0.01  # seconds
 
 
-def wait_until(condition, what, deadline=DEADLINE, interval=INTERVAL):
-    """Returns the first true result of `condition()`; fails after `deadline` seconds."""
+def wait_until(condition, what, deadline=DEADLINE, interval=INTERVAL, growth=1):
+    """Returns the first true result of `condition()`; fails after `deadline` seconds. The interval
+    grows by a factor with each look, to half a second at most."""
     end = time.monotonic() + deadline
     while True:
         result = condition()
@@ -19,6 +20,7 @@ def wait_until(condition, what, deadline=DEADLINE, interval=INTERVAL):
             shown = what() if callable(what) else what
             raise AssertionError(f"not within {deadline} s: {shown}")
         time.sleep(interval)
+        interval = max(interval, min(0.5, interval * growth))
 
 
 def assert_within(seconds, attempt, attempts=3):

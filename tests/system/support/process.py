@@ -1,84 +1,40 @@
-"""A program in a sandbox: its output as it comes, its status, its end."""
+"""A program in a sandbox: its output as it comes, its resources, its end."""
 
-import contextlib
 import os
-import pathlib
-import select
 import signal
 import subprocess
-import threading
+import tempfile
+
+import psutil
 
 from .polling import DEADLINE, wait_until
 
-
 # System calls as the kernel numbers them.
-WRITE, POLL, NANOSLEEP, SENDTO, FUTEX, CLOCK_NANOSLEEP = 1, 7, 35, 44, 202, 230
-PAUSES = {NANOSLEEP, CLOCK_NANOSLEEP}
-
-
-def call_of(thread):
-    """The system call that a thread, a folder of /proc, waits in, and its first argument; no
-    call's where it runs."""
-    number, *arguments = (thread / "syscall").read_text().split()
-    return (int(number), int(arguments[0], 16)) if len(arguments) > 2 else (None, None)
+POLL, NANOSLEEP, SENDTO, CLOCK_NANOSLEEP = 7, 35, 44, 230
+PAUSES = {POLL, NANOSLEEP, CLOCK_NANOSLEEP}
 
 
 class Process:
-    """Started with its standard output and error on pipes of their own, unless `stdout` says
-    otherwise. Whatever it prints is read at once, so that it never waits for the test."""
+    """Its standard output and error are files, unless the caller says otherwise: the program never
+    waits for the test."""
 
     def __init__(self, command, **kwargs):
-        kwargs.setdefault("stdin", subprocess.DEVNULL)
-        kwargs.setdefault("stdout", subprocess.PIPE)
-        kwargs.setdefault("stderr", subprocess.PIPE)
-        self._popen = subprocess.Popen(command, **kwargs)
-        self._output = {}
-        self._streams = {}
-        self._lock = threading.Lock()
-        self._readers = []
-        for name in ("stdout", "stderr"):
-            stream = getattr(self._popen, name)
-            self._output[name] = bytearray()
-            if stream is not None:
-                os.set_blocking(stream.fileno(), False)
-                self._streams[name] = stream
-                reader = threading.Thread(target=self._read, args=(name, stream), daemon=True)
-                reader.start()
-                self._readers.append(reader)
+        self._files = {name: tempfile.TemporaryFile() for name in ("stdout", "stderr")}
+        self._popen = subprocess.Popen(
+            command, **{"stdin": subprocess.DEVNULL, **self._files, **kwargs})
+        self._facts = None
 
-    def _read(self, name, stream):
-        while self._take(name):
-            select.select([stream], [], [])
-        with self._lock:
-            stream.close()
-
-    def _take(self, name):
-        """Takes over what is in the pipe now; false at its end."""
-        with self._lock:
-            stream = self._streams.get(name)
-            while stream is not None and not stream.closed:
-                try:
-                    chunk = os.read(stream.fileno(), 65536)
-                except BlockingIOError:
-                    return True
-                if not chunk:
-                    break
-                self._output[name] += chunk
-        return False
-
-    def _output_so_far(self, name):
-        # All that was printed before this call, also if the reader has not come to it yet: a test
-        # may know by other means, such as what a collector received, that it has been printed.
-        self._take(name)
-        return bytes(self._output[name])
+    def _output(self, name):
+        descriptor = self._files[name].fileno()
+        return os.pread(descriptor, os.fstat(descriptor).st_size, 0)
 
     @property
     def stdout_bytes(self):
-        return self._output_so_far("stdout")
+        return self._output("stdout")
 
     @property
     def stderr_bytes(self):
-        return self._output_so_far("stderr")
+        return self._output("stderr")
 
     @property
     def stdout(self):
@@ -99,51 +55,66 @@ class Process:
         return [line.decode() for line in self.stderr_bytes.split(b"\n")[:-1]]
 
     @property
+    def facts(self):
+        """The psutil.Process of the program itself (nsenter stands between the two)."""
+        if self._facts is None:
+            self._facts = wait_until(self._find, "the program")[0]
+        return self._facts
+
+    def _find(self):
+        if not self.is_running():
+            raise psutil.NoSuchProcess(self._popen.pid)
+        return psutil.Process(self._popen.pid).children()
+
+    @property
     def pid(self):
-        """The process's number as seen by the test (nsenter stands between the two)."""
-        from .sandbox import child_of
-        return child_of(self._popen.pid)
+        """The process's number as seen by the test."""
+        return self.facts.pid
 
     @property
     def threads(self):
         """The number of its threads, less the one that the thread sanitizer adds."""
-        count = len(os.listdir(f"/proc/{self.pid}/task"))
+        count = self.facts.num_threads()
         return max(1, count - 1) if os.environ.get("OV_SANITIZER") == "thread" else count
 
     @property
     def waiting_in(self):
-        """The system call that each thread waits in, and its first argument."""
+        """The system call that each thread waits in and its first argument, the first thread's
+        first; (None, None) for a thread that runs."""
         calls = []
-        for thread in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
-            with contextlib.suppress(OSError):  # of a thread that has just ended
-                calls.append(call_of(thread))
+        for thread in sorted(self.facts.threads()):
+            try:
+                words = open(f"/proc/{self.pid}/task/{thread.id}/syscall").read().split()
+            except OSError:
+                continue  # the thread has just ended
+            calls.append((int(words[0]), int(words[1], 16)) if len(words) > 2 else (None, None))
         return calls
 
     @property
     def children(self):
-        """The processes whose parent it is, with their states; a zombie's is Z."""
-        parent, found = self.pid, []
-        for folder in pathlib.Path("/proc").iterdir():
-            if folder.name.isdigit():
-                with contextlib.suppress(FileNotFoundError, ProcessLookupError):  # it just ended
-                    fields = (folder / "stat").read_text().rsplit(")", 1)[1].split()
-                    if int(fields[1]) == parent:
-                        found.append((int(folder.name), fields[0]))
+        """The processes whose parent it is, with their states ("zombie", "sleeping"...)."""
+        found = []
+        for child in self.facts.children():
+            try:
+                found.append((child.pid, child.status()))
+            except psutil.NoSuchProcess:
+                pass  # it has just ended
         return found
 
     @property
     def descriptors(self):
         """What each of its descriptors above the standard ones is."""
         found = {}
-        for descriptor in pathlib.Path(f"/proc/{self.pid}/fd").iterdir():
-            if int(descriptor.name) > 2:
-                with contextlib.suppress(FileNotFoundError):  # it has just been closed
-                    found[int(descriptor.name)] = os.readlink(descriptor)
-        return found
+        for descriptor in os.listdir(f"/proc/{self.pid}/fd"):
+            try:
+                found[int(descriptor)] = os.readlink(f"/proc/{self.pid}/fd/{descriptor}")
+            except FileNotFoundError:
+                pass  # it has just been closed
+        return {number: target for number, target in found.items() if number > 2}
 
     @property
     def sockets(self):
-        """How many sockets it has."""
+        """The number of its sockets."""
         return sum(target.startswith("socket:") for target in self.descriptors.values())
 
     def is_running(self):
@@ -159,40 +130,35 @@ class Process:
         wait_until(lambda: self.error_lines.count(line) >= count,
                    lambda: f"{count} times {line!r} in {self.error_lines}", deadline)
 
-    def wait_for_cycle(self, number):
-        """Waits until a service is in its `number`th cycle and has read its settings for it,
-        which it does before it starts a thread. (Where a thread of an earlier cycle lives on, it
-        may be about to read them.)"""
-        self.wait_for_line("Server is listening on /tmp/ov-events", number)
+    def wait_for_cycle(self, number, deadline=DEADLINE):
+        """Waits until a service is in its `number`th cycle and has read the settings for it,
+        which it does before it starts a thread."""
+        self.wait_for_line("Server is listening on /tmp/ov-events", number, deadline)
         wait_until(lambda: self.threads > 1, "a second thread")
 
     def wait_for_call(self, call):
-        """Waits until the first thread waits in this system call: FUTEX for the end of another
-        thread, POLL for a client that has not written yet."""
-        process = pathlib.Path(f"/proc/{self.pid}")
-        wait_until(lambda: call_of(process)[0] == call, lambda: call_of(process))
+        """Waits until the first thread waits in this system call."""
+        wait_until(lambda: self.waiting_in[0][0] == call, lambda: self.waiting_in)
 
     def wait_until_idle(self):
         """Waits until every thread pauses: what the service has printed is then done, too."""
         wait_until(lambda: {call for call, _ in self.waiting_in} <= PAUSES,
                    lambda: f"{self.waiting_in}, not all in {PAUSES}")
 
+    @property
+    def pauses(self):
+        """How often the first thread has gone to sleep."""
+        return self.facts.num_ctx_switches().voluntary
+
     def wait_for_pauses(self, count):
-        """Waits until the first thread has gone to sleep `count` times more: once for each look
-        of a service at its clients and settings, and once for each of its other waits."""
-        status = pathlib.Path(f"/proc/{self.pid}/status")
-
-        def pauses():
-            return int(status.read_text().split("\nvoluntary_ctxt_switches:")[1].split()[0])
-
-        enough = pauses() + count
-        wait_until(lambda: pauses() >= enough, f"{count} pauses")
+        """Waits until the first thread has gone to sleep `count` times more: an idle service looks
+        at its settings before each time."""
+        enough = self.pauses + count
+        wait_until(lambda: self.pauses >= enough, f"{count} pauses")
 
     def wait(self, deadline=60.0):
-        """Waits for the end of the process and of its output; returns the status."""
+        """Waits for the end of the process; returns its status."""
         self._popen.wait(deadline)
-        for reader in self._readers:
-            reader.join()
         return self.status
 
     @property
@@ -201,46 +167,24 @@ class Process:
         status = self._popen.returncode
         return 128 - status if status is not None and status < 0 else status
 
-    @property
-    def ended_by(self):
-        """The number of the signal that ended the process, or None."""
-        status = self._popen.returncode
-        return -status if status is not None and status < 0 else None
-
-    def signal(self, number):
-        os.kill(self.pid, number)
-
-    def _end_after_look_for_leaks(self, children, patience):
-        """Does it for a service that pauses: at another moment it may hold a lock that the look
-        needs, so that neither would end."""
+    def _end_after_look_for_leaks(self, patience):
+        """Lets a service of the build with the address sanitizer look for leaks and end. At a
+        moment without a pause it may hold a lock that the look needs."""
         try:
-            pid, = children.read_text().split()
-            if not os.readlink(f"/proc/{pid}/exe").endswith("/ov-event-logger"):
-                return
-            process = pathlib.Path(f"/proc/{pid}")
-            wait_until(lambda: call_of(process)[0] in PAUSES, "a pause", patience)
-            os.kill(int(pid), signal.SIGRTMAX)
-            self._popen.wait(max(patience, 10))
-        except (AssertionError, ValueError, OSError, subprocess.TimeoutExpired):
+            if self.facts.exe().endswith("/ov-event-logger"):
+                wait_until(lambda: self.waiting_in[0][0] in PAUSES, "a pause", patience)
+                self.facts.send_signal(signal.SIGRTMAX)
+                self._popen.wait(max(patience, 10))
+        except (AssertionError, OSError, psutil.Error, subprocess.TimeoutExpired):
             pass  # it ends without
 
     def kill(self, patience=1):
-        """Ends the process, if it has not ended by itself, and waits for that. Where leaks are
-        looked for, a service that does not pause within `patience` seconds ends without."""
-        children = pathlib.Path(f"/proc/{self._popen.pid}/task/{self._popen.pid}/children")
-        if os.environ.get("OV_SANITIZER") == "address":
-            self._end_after_look_for_leaks(children, patience)
-
-        def killed():
-            if not self.is_running():
-                return True
+        """Ends the process, if it has not ended by itself, and waits for that."""
+        if os.environ.get("OV_SANITIZER") == "address" and self.is_running():
+            self._end_after_look_for_leaks(patience)
+        if self.is_running():
             try:
-                for child in children.read_text().split():
-                    os.kill(int(child), signal.SIGKILL)
-                    return True
-            except (ProcessLookupError, FileNotFoundError):
+                self.facts.kill()
+            except psutil.NoSuchProcess:
                 pass  # it ends by itself just now
-            return False
-
-        wait_until(killed, f"a child of process {self._popen.pid}, or its end")
         self.wait()

@@ -5,7 +5,7 @@ import pathlib
 
 from .collectors import PORT
 from .polling import wait_until
-from .witness import Store
+from .collectors import LogFile
 
 STORE = "/tmp/stored"
 CONFIGURATION = "/tmp/collector.conf"
@@ -55,13 +55,13 @@ def start_syslog_ng(sandbox):
 
 
 def wait_until_listening(sandbox, process):
-    """Waits until the collector has both its sockets, and holds it to account from then on."""
+    """Waits until the collector has both its sockets."""
     def both():
         assert process.is_running(), process.stdout + process.stderr
         sockets = sandbox.run("ss", "-H", "-l", "-n", "-t", "-u", f"sport = :{PORT}").lines
         return len(sockets) >= 2
     wait_until(both, "the collector's sockets")
-    Store(sandbox.ledger, sandbox.path(STORE))
+    LogFile(sandbox, sandbox.path(STORE))
 
 
 def wait_for_stored(sandbox, count):

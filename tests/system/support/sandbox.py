@@ -9,10 +9,12 @@ import socket
 import subprocess
 import threading
 
-from .conservation import Ledger, check
-from .process import Process
+import psutil
+
+from .invariant import Violation, verify
 from .polling import DEADLINE, wait_until
-from .witness import CollectorSocket
+from .process import Process
+from .records import make_record
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[3]
 CLONE_NEWNET = 0x40000000
@@ -22,19 +24,28 @@ FALLBACK_DEFINITIONS = "/tmp/ov-event-def.csv"
 SETTINGS = "/tmp/ov-event-logger.ini"
 SERVICE_SOCKET = "/tmp/ov-events"
 RECORD_SIZE = 144
+CYCLE = "Starting event server..."
+ROW = "perf01,CPU,CPU usage is high,warn"
+UDP = {"allowed": "perf01", "host": "127.0.0.1", "port": 5514, "formatString": "[ID] [VAL]"}
+TCP = {"protocol": "syslog-tcp"}
 PASSED_ON = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LLVM_PROFILE_FILE")
 SANITIZER_REPORT = re.compile(rb"(WARNING|ERROR): \w+Sanitizer: |: runtime error: ")
 
 
 class Sandbox:
+    """Where a test's programs run. `collectors` hold what arrived (see invariant.py)."""
+
     def __init__(self, keep=()):
         """`keep` names further files and folders to copy to /run/kept/ in the sandbox."""
         executable = pathlib.Path(os.environ["OV_EXECUTABLE"])
         faults = pathlib.Path(os.environ["OV_FAULTS_LIBRARY"])
         self.executable = f"/run/kept/{executable.name}"
         self.faults = f"/run/kept/{faults.name}"
+        self.collectors = []
+        self.expected_losses = []
+        self.has_invariant = True
+        self.settings = {}  # as they were last written
         self._processes = []
-        self.ledger = Ledger()
         self._holder = subprocess.Popen(
             [REPOSITORY / "scripts/sandbox",
              *(argument for path in (executable, faults, *keep) for argument in ("--keep", path)),
@@ -42,15 +53,39 @@ class Sandbox:
             stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         if self._holder.stdout.readline() != b"ready\n":
             raise RuntimeError("the sandbox did not start")
-        self._init = child_of(self._holder.pid)
+        self._init = psutil.Process(self._holder.pid).children()[0].pid
 
     def close(self):
-        """Ends everything in the sandbox, in which the law of conservation must hold."""
+        """Ends everything in the sandbox, in which the invariant must hold."""
         try:
-            check(self.ledger)
+            if self.has_invariant:
+                self.expect_invariant()
         finally:
             self.end()
         self.expect_no_sanitizer_report()
+
+    def expect_invariant(self, deadline=DEADLINE):
+        """Gives what is on its way the time to arrive."""
+        result = None
+
+        def holds():
+            nonlocal result
+            try:
+                self._verify()
+            except Violation as violation:
+                result = violation
+                return False
+            return True
+        wait_until(holds, lambda: str(result)[:4000], deadline, growth=1.5)
+
+    def _verify(self):
+        services = [process for process in self._processes
+                    if process.stdout_bytes.startswith(b"Starting service...\n")]
+        clients = [process.stdout_bytes for process in self._processes
+                   if process.status == 0 and process.stdout_bytes.startswith(b"Event [")]
+        received = [collector.received for collector in self.collectors]
+        verify([service.stdout_bytes for service in services], received, self.expected_losses,
+               clients, not all(service.is_running() for service in services))
 
     def expect_no_sanitizer_report(self):
         for process in self._processes:
@@ -58,7 +93,7 @@ class Sandbox:
                 assert not SANITIZER_REPORT.search(output), output.decode(errors="replace")
 
     def end(self):
-        """The same, without a question."""
+        """The same, without a check."""
         for process in self._processes:
             process.kill()
         self._holder.stdin.close()  # with the first process of the sandbox go all others
@@ -84,15 +119,7 @@ class Sandbox:
              "--wd=/tmp", "--", *shell, "env", "-i",
              *(f"{name}={value}" for name, value in environment.items()), *command], **kwargs)
         self._processes.append(process)
-        self.ledger.add(process, self._definitions(), environment.get("OV_FAULTS", ""))
         return process
-
-    def _definitions(self):
-        """The definitions that a service which starts now finds, if they are a plain file."""
-        for path in map(self.path, (DEFINITIONS, FALLBACK_DEFINITIONS)):
-            if path.exists():
-                return path.read_bytes() if path.is_file() else None
-        return b""
 
     def faulty(self, **values):
         """The environment of a program that runs with the fault library (see faults.c):
@@ -100,16 +127,11 @@ class Sandbox:
         return {"LD_PRELOAD": self.faults,
                 **{f"OV_{name}": str(value) for name, value in values.items()}}
 
-    def eager(self):
-        """The environment of a service that looks for clients and at its settings a thousand
-        times a second, so that a test which waits for that waits less."""
-        return self.faulty(DELAYS="usleep:1+:1", FAULTS="usleep:1+:4")
-
-    def hasty(self, **values):
-        """The environment of a service that pauses for a tenth of a second at most, wherever it
-        would pause for seconds, so that the polls and passes of a test take less time."""
-        faults = ",".join(["sleep:1+:4,usleep:1+:4", *values.pop("FAULTS", "").split()])
-        delays = ",".join(["sleep:1+:100,usleep:1+:10", *values.pop("DELAYS", "").split()])
+    def short_pauses(self, **values):
+        """The environment of a service that pauses for a tenth of a second between two passes,
+        checks or tries to connect."""
+        faults = ",".join(["sleep:1+:4", *values.pop("FAULTS", "").split()])
+        delays = ",".join(["sleep:1+:100", *values.pop("DELAYS", "").split()])
         return self.faulty(FAULTS=faults, DELAYS=delays, **values)
 
     def run(self, *command, **kwargs):
@@ -133,6 +155,26 @@ class Sandbox:
         service.wait_for_cycle(1)
         return service
 
+    def start_forwarding_service(self, *rows, env=None, held=False, **settings):
+        """A listening service that forwards "perf01", or what these rows and settings say. One that
+        is `held` finds no address, so that its events wait."""
+        if held:
+            self.hold_events()
+        self.write_definitions(*(rows or [ROW]))
+        self.write_settings(**{**UDP, **settings})
+        return self.start_listening_service(env=env)
+
+    def reload(self, service, cycle, **changes):
+        """Changes settings and waits for the service's `cycle`th cycle with them. Its settings are
+        those that were written before, but for these."""
+        self.write_settings(**{**self.settings, **changes, "cycle": cycle})
+        service.wait_for_line(f"cycle: {cycle}")
+        service.wait_for_cycle(cycle)
+
+    def raise_event(self, values, identifier="perf01"):
+        """Sends the service a record of the time 100."""
+        self.send_bytes(make_record(identifier, values, 100))
+
     def start_client(self, *arguments, **kwargs):
         return self.start(self.executable, "-e", *arguments, **kwargs)
 
@@ -149,6 +191,7 @@ class Sandbox:
 
     def write_settings(self, **values):
         """Writes the settings file anew, with a modification time that no earlier one had."""
+        self.settings = values
         self.write_settings_bytes(
             "".join(f"{key}={value}\n" for key, value in values.items()).encode())
 
@@ -171,7 +214,6 @@ class Sandbox:
     def bind_service_socket(self):
         """A socket of the test's own in the place of the service's, for clients to connect to
         once the test lets it listen."""
-        self.ledger.clients_have_a_service = False
         server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         server.settimeout(DEADLINE)
         server.bind(str(self.path(SERVICE_SOCKET)))
@@ -185,20 +227,17 @@ class Sandbox:
     def hold_events(self):
         """Takes the loopback interface, and with it the service's address, away: events wait."""
         self.sh("ip link set lo down")
-        self.ledger.address_may_be_missing = True
 
     def release_events(self):
         """Gives the address back: the next pass delivers what waits as one batch."""
         self.sh("ip link set lo up")
-        self.ledger.address_may_be_missing = False
 
-    def send_batch(self, service, *records):
-        """Hands the service records that one pass is to deliver, oldest first. Needs a service
-        that has found no address since it was started."""
+    def send_batch(self, service, *values):
+        """Raises events that one pass is to deliver, in a service that is held."""
         before = service.lines.count("> Received event")
-        for record in records:
-            self.send_bytes(record)
-        service.wait_for_line("> Received event", count=before + len(records))
+        for value in values:
+            self.raise_event(value)
+        service.wait_for_line("> Received event", count=before + len(values))
         self.release_events()
 
     def add_interface(self, name, address, carrier=True):
@@ -227,15 +266,9 @@ class Sandbox:
             with open(f"/proc/{self._init}/ns/net", "rb") as network:
                 if libc.setns(network.fileno(), CLONE_NEWNET) != 0:
                     raise OSError(ctypes.get_errno(), "setns")
-            result.append(CollectorSocket(self.ledger, family, kind))
+            result.append(socket.socket(family, kind))
 
         thread = threading.Thread(target=make)
         thread.start()
         thread.join()
         return result[0]
-
-
-def child_of(pid):
-    """The one child of a process, once it has one."""
-    children = pathlib.Path(f"/proc/{pid}/task/{pid}/children")
-    return int(wait_until(lambda: children.read_text().split(), f"a child of process {pid}")[0])

@@ -19,9 +19,9 @@ struct Outcome {
 };
 
 int SeverityOf(const QByteArray &name, QByteArray &err) {
-  const QStringList names =
-      QStringLiteral("emerg alert crit err warn notice info debug").split(QLatin1Char(' '));
-  const int severity = names.indexOf(Text(name));
+  const QList<QByteArray> names =
+      QByteArray("emerg alert crit err warn notice info debug").split(' ');
+  const int severity = names.indexOf(name);
   if (severity < 0) {
     err += "Unknown syslog level: " + name + "\n";
   }

@@ -1,6 +1,7 @@
 // The performance monitor over several outputs of its script. Sections: which of the three events
 // are allowed and the three thresholds (as in "111 80 80 80"), then an output for each check.
 #include <array>
+#include <cstdio>
 
 #include "monitors/perf_mon.h"
 #include "support.h"
@@ -29,8 +30,10 @@ struct Resource {
   void Evaluate(Events &events) {
     const bool isReached = value >= threshold;
     if (isAllowed && isReached && !isRaised) {
-      events.append(EventOf(event, QString::asprintf("%.2f%% > %.2f%%", static_cast<double>(value),
-                                                     static_cast<double>(threshold))));
+      std::array<char, 128> values{};
+      std::snprintf(values.data(), values.size(), "%.2f%% > %.2f%%", static_cast<double>(value),
+                    static_cast<double>(threshold));
+      events.append(EventOf(event, QLatin1String(values.data())));
     }
     isRaised = isReached;
   }

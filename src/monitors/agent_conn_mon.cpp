@@ -59,7 +59,10 @@ QString AgentConnMon::ReadAgentStatus() {
     text += file.readLine();
   }
   text.replace('\r', "");
-  return QString::fromUtf8(text).split(QLatin1Char('\n')).value(kAgentStatusLine - 1).trimmed();
+  return QString::fromUtf8(text.constData(), text.size())
+      .split(QLatin1Char('\n'))
+      .value(kAgentStatusLine - 1)
+      .trimmed();
 }
 
 }  // namespace ov

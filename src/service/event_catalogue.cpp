@@ -51,7 +51,8 @@ EventDefinitions loadEventDefinitions() {
     qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
     return definitions;
   }
-  QString text = QString::fromUtf8(file.readAll());
+  const QByteArray bytes = file.readAll();
+  QString text = QString::fromUtf8(bytes.constData(), bytes.size());
   QTextStream lines(&text);
   QString line;
   while (lines.readLineInto(&line)) {

@@ -1,5 +1,6 @@
 """Clients that raise events without end: the real one, and writers of records of their own."""
 
+import contextlib
 import itertools
 import random
 import re
@@ -51,8 +52,8 @@ class RealClient:
 
 
 class Writer(threading.Thread):
-    """Writes random records, most of them of events that may be forwarded, and waits until they have
-    been taken in."""
+    """Writes random records, most of them of events that may be forwarded, and waits until they
+    have been taken in."""
 
     def __init__(self, sandbox, name, seed, pause):
         super().__init__(daemon=True)
@@ -63,22 +64,17 @@ class Writer(threading.Thread):
         self._random = random.Random(seed)
         self._pause = pause
         self._numbers = itertools.count(1)
-        self._may_write = threading.Event()
-
-    def allow(self, may_write):
-        if may_write:
-            self._may_write.set()
-        else:
-            self._may_write.clear()
+        self.may_write = threading.Event()
 
     def run(self):
         while True:
-            self._may_write.wait()
+            self.may_write.wait()
             self.is_idle = False  # and only then a look: a rest may have begun
-            while self._may_write.is_set():
+            while self.may_write.is_set():
                 count = self._random.choice((1, 1, 1, 20))
                 for connection in [self._write() for _ in range(count)]:
-                    wait_for_end(connection)
+                    with connection, contextlib.suppress(ConnectionError):
+                        connection.recv(1)  # the end of the connection
                 time.sleep(self._pause * self._random.random())
             self.is_idle = True
 
@@ -89,18 +85,7 @@ class Writer(threading.Thread):
         seconds = int(time.time())
         connection = self._sandbox.connect(PATIENCE)
         time.sleep(self._random.choice((0, 0, 0, self._pause)))  # silent for a while
-        try:
+        with contextlib.suppress(ConnectionError):  # the service closed its socket just then
             connection.sendall(make_record(identifier, values, seconds))
             self.sent.append(b"Event [%s] (%s) at %d\n" % (identifier, values, seconds))
-        except ConnectionError:
-            pass  # the service closed its socket just then, and the record was not sent
         return connection
-
-
-def wait_for_end(connection):
-    """Waits until the service has closed its end."""
-    with connection:
-        try:
-            connection.recv(1)
-        except ConnectionError:
-            pass  # the record may not have been taken in, which is found in the end

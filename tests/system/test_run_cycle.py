@@ -21,7 +21,8 @@ BARE_START = LOADING + CYCLE + NO_HOST
 
 def run_service(sandbox, faults="", **kwargs):
     """A service that has ended."""
-    return sandbox.run(sandbox.executable, "-s", env=sandbox.faulty(FAULTS=faults), **kwargs)
+    return sandbox.run(sandbox.executable, "-s",
+                       env=sandbox.faulty(FAULTS=faults) if faults else None, **kwargs)
 
 
 # What a start prints

@@ -1,62 +1,49 @@
 #include "base/unique_fd.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 
 #include <utility>
 
-#include "support/descriptors.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
 
-TEST(UniqueFdTest, HoldsNothingByDefault) {
-  const UniqueFd none;
-  EXPECT_FALSE(none.IsOpen());
-  EXPECT_EQ(none.Get(), -1);
+TEST(UniqueFdTest, NothingIsHeldByDefaultAndAfterAFailedOpen) {
+  EXPECT_EQ(UniqueFd().Get(), -1);
+  EXPECT_FALSE(UniqueFd().IsOpen());
+  EXPECT_FALSE(UniqueFd(open("/nowhere", O_RDONLY)).IsOpen());
 }
 
-TEST(UniqueFdTest, HoldsWhatItIsGiven) {
+TEST(UniqueFdTest, DescriptorIsClosedAtTheEndOfItsOwnersLife) {
   const int fd = OpenNull();
-  const UniqueFd owner(fd);
-  EXPECT_TRUE(owner.IsOpen());
-  EXPECT_EQ(owner.Get(), fd);
-}
-
-TEST(UniqueFdTest, ClosesAtTheEndOfItsLife) {
-  const int fd = OpenNull();
-  { const UniqueFd owner(fd); }
+  {
+    const UniqueFd owner(fd);
+    EXPECT_TRUE(owner.IsOpen());
+    EXPECT_TRUE(IsOpen(fd));
+  }
   EXPECT_FALSE(IsOpen(fd));
 }
 
-TEST(UniqueFdTest, TreatsAFailedOpenAsNothing) {
-  const UniqueFd owner(open("/nowhere", O_RDONLY));
-  EXPECT_FALSE(owner.IsOpen());
-}
-
-TEST(UniqueFdTest, TreatsDescriptorZeroAsOpen) {
-  UniqueFd owner(dup2(OpenNull(), STDIN_FILENO));
+TEST(UniqueFdTest, DescriptorZeroIsOpenAndIsClosed) {
+  const UniqueFd saved(dup(STDIN_FILENO));
+  UniqueFd owner(STDIN_FILENO);
   EXPECT_TRUE(owner.IsOpen());
   owner.Reset();
   EXPECT_FALSE(IsOpen(STDIN_FILENO));
+  EXPECT_EQ(dup2(saved.Get(), STDIN_FILENO), STDIN_FILENO);
 }
 
-TEST(UniqueFdTest, ResetClosesWhatIsHeld) {
-  const int fd = OpenNull();
-  UniqueFd owner(fd);
-  owner.Reset();
-  EXPECT_FALSE(IsOpen(fd));
-  EXPECT_EQ(owner.Get(), -1);
-}
-
-TEST(UniqueFdTest, ResetTakesOverAnother) {
+TEST(UniqueFdTest, ResetClosesTheDescriptorAndTakesOverAnother) {
   const int first = OpenNull();
   const int second = OpenNull();
   UniqueFd owner(first);
   owner.Reset(second);
   EXPECT_FALSE(IsOpen(first));
-  EXPECT_TRUE(IsOpen(second));
   EXPECT_EQ(owner.Get(), second);
+  owner.Reset();
+  EXPECT_FALSE(IsOpen(second));
+  EXPECT_EQ(owner.Get(), -1);
 }
 
 TEST(UniqueFdTest, MoveHandsOverWithoutClosing) {

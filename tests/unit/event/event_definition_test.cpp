@@ -1,82 +1,37 @@
 #include "event/event_definition.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
-#include "support/output.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
 
-TEST(SyslogLevelTest, ShortNamesHaveTheirNumbers) {
-  std::vector<std::int32_t> levels;
-  for (const char *name : {"emerg", "alert", "crit", "err", "warn", "notice", "info", "debug"}) {
-    levels.push_back(syslogLevelFromName(name));
+TEST(EventDefinitionTest, SeverityIsThePlaceOfItsNameAmongEight) {
+  std::vector<std::int32_t> severities;
+  const Output output = OutputOf([&] {
+    for (const char *name : {"emerg", "alert", "crit", "err", "warn", "notice", "info", "debug"}) {
+      severities.push_back(EventDefinition({}, {}, {}, QString::fromUtf8(name)).severity);
+    }
+  });
+  EXPECT_EQ(severities, (std::vector<std::int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
+  EXPECT_EQ(output, (Output{"", ""}));
+}
+
+TEST(EventDefinitionTest, OtherSeverityNamesAreMinusOneAndReportedInUtf8) {
+  for (const std::string name : {"warning", "error", "WARN", "Warn", "", " ", " warn", "warn ",
+                                 "war", "infox", "4", "%s", "größer"}) {
+    EventDefinition definition;
+    EXPECT_EQ(
+        OutputOf([&] { definition = EventDefinition({}, {}, {}, QString::fromStdString(name)); }),
+        (Output{"", "Unknown syslog level: " + name + "\n"}));
+    EXPECT_EQ(definition.severity, -1);
+    EXPECT_EQ(definition.severityName.toStdString(), name);
   }
-  EXPECT_EQ(levels, (std::vector<std::int32_t>{0, 1, 2, 3, 4, 5, 6, 7}));
 }
 
-TEST(SyslogLevelTest, KnownNamePrintsNothing) {
-  EXPECT_EQ(OutputOf([] { syslogLevelFromName("debug"); }), (Output{"", ""}));
-}
-
-class UnknownSyslogLevelTest : public testing::TestWithParam<std::string> {};
-
-TEST_P(UnknownSyslogLevelTest, IsMinusOne) {
-  std::int32_t level = 0;
-  OutputOf([&] { level = syslogLevelFromName(GetParam().c_str()); });
-  EXPECT_EQ(level, -1);
-}
-
-TEST_P(UnknownSyslogLevelTest, IsReportedOnStandardError) {
-  EXPECT_EQ(OutputOf([] { syslogLevelFromName(GetParam().c_str()); }),
-            (Output{"", "Unknown syslog level: " + GetParam() + "\n"}));
-}
-
-INSTANTIATE_TEST_SUITE_P(Names, UnknownSyslogLevelTest,
-                         testing::Values("warning", "error", "emergency", "critical",
-                                         "informational", "panic", "WARN", "Warn", "eRR", "", " ",
-                                         " warn", "warn ", "war", "infox", "4", "%s"));
-
-TEST(EventDefinitionTest, KeepsItsFourTexts) {
-  const EventDefinition definition(QStringLiteral("perf01"), QStringLiteral("CPU"),
-                                   QStringLiteral("CPU usage is high"), QStringLiteral("warn"));
-  EXPECT_EQ((std::vector<QString>{definition.id, definition.label, definition.description,
-                                  definition.severityName}),
-            (std::vector<QString>{QStringLiteral("perf01"), QStringLiteral("CPU"),
-                                  QStringLiteral("CPU usage is high"), QStringLiteral("warn")}));
-}
-
-TEST(EventDefinitionTest, DerivesTheSeverityFromItsName) {
-  const EventDefinition definition({}, {}, {}, QStringLiteral("notice"));
-  EXPECT_EQ(definition.severity, 5);
-}
-
-TEST(EventDefinitionTest, HasSeverityMinusOneForAnUnknownName) {
-  EventDefinition definition;
-  OutputOf([&] { definition = EventDefinition({}, {}, {}, QStringLiteral("loud")); });
-  EXPECT_EQ(definition.severity, -1);
-}
-
-TEST(EventDefinitionTest, ReportsAnUnknownNameAsUtf8) {
-  const QString name = QString::fromUtf8("größer");
-  EXPECT_EQ(OutputOf([&] { EventDefinition({}, {}, {}, name); }),
-            (Output{"", "Unknown syslog level: größer\n"}));
-}
-
-TEST(EventDefinitionTest, DefaultHasEmptyTexts) {
-  const EventDefinition definition;
-  EXPECT_EQ((definition.id + definition.label + definition.description + definition.severityName)
-                .toStdString(),
-            "");
-}
-
-TEST(EventDefinitionTest, DefaultHasSeverityZero) { EXPECT_EQ(EventDefinition().severity, 0); }
-
-TEST(EventDefinitionTest, DefaultReportsNothing) {
-  EXPECT_EQ(OutputOf([] { EventDefinition(); }), (Output{"", ""}));
+TEST(EventDefinitionTest, EventWithoutADefinitionHasEmptyTextsAndSeverityZero) {
+  const EventDefinition none;
+  EXPECT_EQ((none.id + none.label + none.description + none.severityName).toStdString(), "");
+  EXPECT_EQ(none.severity, 0);
 }
 
 }  // namespace

@@ -1,15 +1,11 @@
 #include "event/event_record.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
 #include <cstring>
 #include <ctime>
 #include <limits>
 #include <new>
-#include <string>
 
-#include "support/output.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
@@ -18,78 +14,45 @@ std::string ImageOf(const EventRecord &record) {
   return {reinterpret_cast<const char *>(&record), sizeof(record)};
 }
 
-// Two neighbouring records without a zero byte, the second there to be run into.
-using Pair = std::array<EventRecord, 2>;
+// --- Making ------------------------------------------------------------------------------------
 
-Pair MakePairWithoutNul() {
-  Pair records;
-  std::memset(static_cast<void *>(&records), 'x', sizeof(records));
-  return records;
-}
+struct MakeRow : Row {
+  std::string id;
+  const char *values;  // may be null
+  std::string keptId;
+  std::string keptValues;
+};
 
-// Makes the record where no byte was zero before.
-std::string ImageMadeInUsedMemory(const char *id, const char *values) {
-  alignas(EventRecord) std::array<char, kEventRecordSize> memory;
+class MadeRecord : public testing::TestWithParam<MakeRow> {};
+
+// Made where no byte was zero before.
+TEST_P(MadeRecord, HoldsTheTextsAndZerosBehindThem) {
+  alignas(EventRecord) std::array<char, 144> memory;
   memory.fill('x');
-  auto *record = new (memory.data()) EventRecord(MakeEventRecord(id, values));
-  record->time = 0;
-  return ImageOf(*record);
+  auto *record =
+      new (memory.data()) EventRecord(MakeEventRecord(GetParam().id.c_str(), GetParam().values));
+  std::memcpy(&record->time, "the time", 8);
+  std::string id = GetParam().keptId;
+  std::string values = GetParam().keptValues;
+  id.resize(8);
+  values.resize(128);
+  EXPECT_EQ(ImageOf(*record), id + values + "the time");
 }
 
-TEST(EventRecordTest, IdOfSevenBytesIsKeptWhole) {
-  EXPECT_EQ(EventIdText(MakeEventRecord("abcdefg", nullptr)), "abcdefg");
-}
+const std::string kValues(127, 'v');
+const std::string kLongValues = kValues + std::string(900, 'w');
 
-TEST(EventRecordTest, IdOfEightBytesLosesItsLast) {
-  EXPECT_EQ(EventIdText(MakeEventRecord("abcdefgh", nullptr)), "abcdefg");
-}
+const MakeRow kMadeRecordRows[] = {
+    {"IdOfSevenBytesIsKeptWhole", "abcdefg", "95,80", "abcdefg", "95,80"},
+    {"IdOfEightBytesLosesItsLast", "abcdefgh", "95,80", "abcdefg", "95,80"},
+    {"LongIdDoesNotReachTheValues", "abcdefghijklmnop", nullptr, "abcdefg", ""},
+    {"IdIsCutAtBytesNotCharacters", "abcdefü", "", "abcdef\xC3", ""},
+    {"ValuesOf127BytesAreKeptWhole", "sys05", kValues.c_str(), "sys05", kValues},
+    {"ValuesAreCutTo127Bytes", "sys05", kLongValues.c_str(), "sys05", kValues},
+    {"NoValuesAreEmptyValues", "sys05", nullptr, "sys05", ""},
+    {"EmptyTextsGiveZeros", "", "", "", ""}};
 
-TEST(EventRecordTest, LongIdDoesNotReachTheValues) {
-  EXPECT_EQ(ImageMadeInUsedMemory("abcdefghijklmnop", nullptr),
-            "abcdefg" + std::string(kEventRecordSize - 7, '\0'));
-}
-
-TEST(EventRecordTest, IdIsCutAtBytesNotCharacters) {
-  EXPECT_EQ(EventIdText(MakeEventRecord("abcdefü", nullptr)), "abcdef\xC3");
-}
-
-TEST(EventRecordTest, ValuesOf127BytesAreKeptWhole) {
-  const std::string values(127, 'v');
-  EXPECT_EQ(EventValuesText(MakeEventRecord("perf01", values.c_str())), values);
-}
-
-TEST(EventRecordTest, ValuesOf128BytesLoseTheirLast) {
-  const std::string values = std::string(127, 'v') + 'w';
-  EXPECT_EQ(EventValuesText(MakeEventRecord("perf01", values.c_str())), std::string(127, 'v'));
-}
-
-TEST(EventRecordTest, LongValuesDoNotReachTheTime) {
-  const std::string values(1000, 'v');
-  EXPECT_EQ(ImageMadeInUsedMemory("perf01", values.c_str()),
-            std::string("perf01\0\0", 8) + std::string(127, 'v') + std::string(9, '\0'));
-}
-
-TEST(EventRecordTest, BytesAfterTheTextsAreZero) {
-  EXPECT_EQ(ImageMadeInUsedMemory("perf01", "95,80"),
-            std::string("perf01\0\0", 8) + "95,80" + std::string(123 + 8, '\0'));
-}
-
-TEST(EventRecordTest, EveryByteOfTheValuesIsZeroWithoutValues) {
-  EXPECT_EQ(ImageMadeInUsedMemory("perf01", nullptr),
-            "perf01" + std::string(kEventRecordSize - 6, '\0'));
-}
-
-TEST(EventRecordTest, EmptyTextsGiveARecordOfZeros) {
-  EXPECT_EQ(ImageMadeInUsedMemory("", ""), std::string(144, '\0'));
-}
-
-TEST(EventRecordTest, FieldsLieAtTheirPlacesInTheHostsByteOrder) {
-  EventRecord record = MakeEventRecord("sys05", "a,b");
-  record.time = 0x0102030405060708;
-  std::string time(8, '\0');
-  std::memcpy(time.data(), &record.time, 8);
-  EXPECT_EQ(ImageOf(record), std::string("sys05\0\0\0", 8) + "a,b" + std::string(125, '\0') + time);
-}
+INSTANTIATE_TEST_SUITE_P(Rows, MadeRecord, testing::ValuesIn(kMadeRecordRows), OutcomeOf<MakeRow>);
 
 TEST(EventRecordTest, TimeIsThatOfTheSystemClock) {
   const std::int64_t before = std::time(nullptr);
@@ -98,81 +61,61 @@ TEST(EventRecordTest, TimeIsThatOfTheSystemClock) {
   EXPECT_TRUE(before <= made && made <= after) << before << " " << made << " " << after;
 }
 
-TEST(EventRecordTest, ClearSetsAll144BytesToZero) {
-  Pair records = MakePairWithoutNul();
-  ClearEventRecord(records[0]);
-  EXPECT_EQ(ImageOf(records[0]), std::string(144, '\0'));
+// --- Reading and clearing ----------------------------------------------------------------------
+
+// Two neighbouring records without a zero byte, the second there to be run into.
+std::array<EventRecord, 2> RecordsWithoutNul() {
+  std::array<EventRecord, 2> records;
+  std::memset(static_cast<void *>(&records), 'x', sizeof(records));
+  return records;
 }
 
-TEST(EventRecordTest, ClearLeavesTheBytesBehindTheRecord) {
-  Pair records = MakePairWithoutNul();
+TEST(EventRecordTest, ClearSetsAll144BytesToZeroAndNoOther) {
+  std::array<EventRecord, 2> records = RecordsWithoutNul();
   ClearEventRecord(records[0]);
-  EXPECT_EQ(ImageOf(records[1]), std::string(144, 'x'));
+  EXPECT_EQ(ImageOf(records[0]) + ImageOf(records[1]),
+            std::string(144, '\0') + std::string(144, 'x'));
 }
 
-TEST(EventRecordTest, IdWithoutNulRunsOnIntoTheValues) {
+TEST(EventRecordTest, TextsWithoutNulRunOnIntoTheNextField) {
   EventRecord record = MakeEventRecord("", "95,80");
   record.id.fill('i');
   EXPECT_EQ(EventIdText(record), "iiiiiiii95,80");
-}
-
-TEST(EventRecordTest, IdRunsOnToTheRecordsLastByteAndNoFurther) {
-  const Pair records = MakePairWithoutNul();
-  EXPECT_EQ(EventIdText(records[0]), std::string(144, 'x'));
-}
-
-TEST(EventRecordTest, ValuesWithoutNulRunOnIntoTheTime) {
-  EventRecord record = MakeEventRecord("perf01", nullptr);
   record.values.fill('v');
   std::memcpy(&record.time, "time\0\0\0\0", 8);
   EXPECT_EQ(EventValuesText(record), std::string(128, 'v') + "time");
 }
 
-TEST(EventRecordTest, ValuesRunOnToTheRecordsLastByteAndNoFurther) {
-  const Pair records = MakePairWithoutNul();
+TEST(EventRecordTest, TextsRunOnToTheRecordsLastByteAndNoFurther) {
+  const std::array<EventRecord, 2> records = RecordsWithoutNul();
+  EXPECT_EQ(EventIdText(records[0]), std::string(144, 'x'));
   EXPECT_EQ(EventValuesText(records[0]), std::string(136, 'x'));
 }
 
-std::string Printed(const EventRecord &record) {
-  const Output output = OutputOf([&] { PrintEventRecord(record); });
-  EXPECT_EQ(output.err, "");
-  return output.out;
+// --- Printing ----------------------------------------------------------------------------------
+
+TEST(EventRecordTest, RecordIsPrintedWithItsTimeAsAnUnsignedNumber) {
+  const auto printed = [](const char *id, const char *values, std::int64_t time) {
+    EventRecord record = MakeEventRecord(id, values);
+    record.time = time;
+    const Output output = OutputOf([&] { PrintEventRecord(record); });
+    EXPECT_EQ(output.err, "");
+    return output.out;
+  };
+  EXPECT_EQ(printed("perf01", "95,80", 1700000000), "Event [perf01] (95,80) at 1700000000\n");
+  EXPECT_EQ(printed("sys05", nullptr, 7), "Event [sys05] () at 7\n");
+  EXPECT_EQ(printed("sys05", "", -1), "Event [sys05] () at 18446744073709551615\n");
+  EXPECT_EQ(printed("sys05", "", std::numeric_limits<std::int64_t>::max()),
+            "Event [sys05] () at 9223372036854775807\n");
+  EXPECT_EQ(printed("%s%n", "100%,%d", 7), "Event [%s%n] (100%,%d) at 7\n");
 }
 
-TEST(EventRecordTest, PrintsIdValuesAndTime) {
-  EventRecord record = MakeEventRecord("perf01", "95,80");
-  record.time = 1700000000;
-  EXPECT_EQ(Printed(record), "Event [perf01] (95,80) at 1700000000\n");
-}
-
-TEST(EventRecordTest, PrintsEmptyBracketsWithoutValues) {
-  EventRecord record = MakeEventRecord("sys05", nullptr);
-  record.time = 7;
-  EXPECT_EQ(Printed(record), "Event [sys05] () at 7\n");
-}
-
-TEST(EventRecordTest, PrintsNegativeTimeAsUnsignedNumber) {
-  EventRecord record = MakeEventRecord("sys05", nullptr);
-  record.time = -1;
-  EXPECT_EQ(Printed(record), "Event [sys05] () at 18446744073709551615\n");
-}
-
-TEST(EventRecordTest, PrintsTheLargestTime) {
-  EventRecord record = MakeEventRecord("sys05", nullptr);
-  record.time = std::numeric_limits<std::int64_t>::max();
-  EXPECT_EQ(Printed(record), "Event [sys05] () at 9223372036854775807\n");
-}
-
-TEST(EventRecordTest, PrintsPercentSignsAsTheyAre) {
-  EventRecord record = MakeEventRecord("%s%n", "100%,%d");
-  record.time = 7;
-  EXPECT_EQ(Printed(record), "Event [%s%n] (100%,%d) at 7\n");
-}
-
-TEST(EventRecordTest, PrintsARecordWithoutNulToItsEnd) {
-  const Pair records = MakePairWithoutNul();
-  EXPECT_EQ(Printed(records[0]), "Event [" + std::string(144, 'x') + "] (" + std::string(136, 'x') +
-                                     ") at 8680820740569200760\n");
+TEST(EventRecordTest, RecordWithoutNulIsPrintedToItsEnd) {
+  const std::array<EventRecord, 2> records = RecordsWithoutNul();
+  EXPECT_EQ(OutputOf([&] { PrintEventRecord(records[0]); }),
+            (Output{"Event [" + std::string(144, 'x') + "] (" + std::string(136, 'x') +
+                        ") at 8680820740569200760\n",
+                    ""}));
 }
 
 }  // namespace

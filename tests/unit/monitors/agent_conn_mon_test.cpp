@@ -1,246 +1,173 @@
 #include "monitors/agent_conn_mon.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
-#include <string>
-#include <string_view>
 
-#include "support/descriptors.h"
-#include "support/events.h"
-#include "support/files.h"
-#include "support/output.h"
-#include "support/polling.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
 
-class AgentConnMonTest : public testing::Test {
- protected:
-  AgentConnMonTest() { TakeEvents(); }
+// --- The status --------------------------------------------------------------------------------
 
-  static std::string Read() { return AgentConnMon::ReadAgentStatus().toStdString(); }
+std::string Read() {
+  std::string status;
+  EXPECT_EQ(OutputOf([&] { status = AgentConnMon::ReadAgentStatus().toStdString(); }),
+            (Output{"", ""}));
+  return status;
+}
 
-  static std::string StatusIn(std::string_view contents) {
-    WriteFile(kAgentStatusPath, contents);
-    return Read();
-  }
-
-  static Events Check(AgentConnMon &monitor) {
-    OutputOf([&] { monitor.Check(); });
-    return TakeEvents();
-  }
-
-  // What a check raises when the agent says so.
-  static Events CheckWith(AgentConnMon &monitor, const std::string &status) {
-    WriteFile(kAgentStatusPath, "agent\n1\n" + status + "\n");
-    return Check(monitor);
-  }
-
-  static Events CheckOfANewOne(bool connectedAllowed, bool failureAllowed,
-                               const std::string &status) {
-    AgentConnMon monitor(connectedAllowed, failureAllowed);
-    return CheckWith(monitor, status);
-  }
-
-  const Events kNone;
-  const Events kConnected{{"net02", ""}};
-  AgentConnMon monitor_{true, true};
+struct StatusRow : Row {
+  std::string contents;
+  std::string status;
 };
 
-TEST_F(AgentConnMonTest, HasItsNameAndPeriod) {
-  EXPECT_EQ(monitor_.Name(), QStringLiteral("Secure Connection Monitor"));
-  EXPECT_EQ(monitor_.Period(), 5);
+class AgentStatus : public testing::TestWithParam<StatusRow> {};
+
+TEST_P(AgentStatus, IsRead) {
+  WriteFile(kAgentStatusPath, GetParam().contents);
+  const std::size_t open = CountOpenDescriptors();
+  EXPECT_TRUE(Read() == GetParam().status);
+  EXPECT_EQ(CountOpenDescriptors(), open);
 }
 
-TEST_F(AgentConnMonTest, StatusIsTheThirdLine) {
-  EXPECT_EQ(StatusIn("one\ntwo\nCONNECTED\nfour\n"), "CONNECTED");
-}
+const std::string kLongLine(1'000'000, 'x');
 
-TEST_F(AgentConnMonTest, WhiteSpaceAroundTheStatusIsDropped) {
-  EXPECT_EQ(StatusIn("\n\n \tCERTIFICATE  WARNING\v \r\n"), "CERTIFICATE  WARNING");
-}
+const StatusRow kAgentStatusRows[] = {
+    {"StatusIsTheThirdLine", "one\ntwo\nCONNECTED\nfour\n", "CONNECTED"},
+    {"WhiteSpaceAroundTheStatusIsDropped", "\n\n \tCERTIFICATE  WARNING\v \r\n",
+     "CERTIFICATE  WARNING"},
+    {"StatusNeedsNoLineFeed", "one\ntwo\nCONNECTED", "CONNECTED"},
+    {"CarriageReturnsBelongToTheLineEnds", "a\r\nb\r\nDOWN\r\n", "DOWN"},
+    {"StatusIsReadAsUtf8", "\n\nGestört\n", "Gestört"},
+    {"ByteOrderMarkIsDroppedFromTheFirstLineOnly", "\xEF\xBB\xBF\n\n\xEF\xBB\xBFUP\n",
+     "\xEF\xBB\xBFUP"},
+    {"EmptyFileHasNoStatus", "", ""},
+    {"TwoLinesHaveNoStatus", "one\ntwo\n", ""},
+    {"TwoLinesWithoutALineFeedHaveNoStatus", "one\ntwo", ""},
+    {"BlankThirdLineHasNoStatus", "one\ntwo\n \t \nfour\n", ""},
+    {"WordOnAnotherLineHasNoEffect", "CONNECTED\nCONNECTED\nx\nCONNECTED\n", "x"},
+    {"LongLinesAreReadWhole", kLongLine + "\n" + kLongLine + "\n" + kLongLine + "y\n",
+     kLongLine + "y"}};
 
-TEST_F(AgentConnMonTest, StatusNeedsNoLineFeed) {
-  EXPECT_EQ(StatusIn("one\ntwo\nCONNECTED"), "CONNECTED");
-}
+INSTANTIATE_TEST_SUITE_P(Rows, AgentStatus, testing::ValuesIn(kAgentStatusRows),
+                         OutcomeOf<StatusRow>);
 
-TEST_F(AgentConnMonTest, LinesMayEndInCarriageReturnAndLineFeed) {
-  EXPECT_EQ(StatusIn("one\r\ntwo\r\nCONNECTED\r\n"), "CONNECTED");
-  EXPECT_EQ(StatusIn("\r\n\r\n\r\n"), "");
-}
+TEST(AgentStatusTest, MissingFileHasNoStatus) { EXPECT_EQ(Read(), ""); }
 
-TEST_F(AgentConnMonTest, StatusIsReadAsUtf8) { EXPECT_EQ(StatusIn("\n\nGestört\n"), "Gestört"); }
-
-TEST_F(AgentConnMonTest, FileOfLessThanThreeLinesHasNoStatus) {
-  for (const char *contents : {"", "\n", "one", "one\n", "one\ntwo", "one\ntwo\n", "\n\n"}) {
-    EXPECT_EQ(StatusIn(contents), "") << contents;
-  }
-}
-
-TEST_F(AgentConnMonTest, BlankThirdLineHasNoStatus) {
-  EXPECT_EQ(StatusIn("one\ntwo\n\nfour\n"), "");
-  EXPECT_EQ(StatusIn("one\ntwo\n \t \nfour\n"), "");
-}
-
-TEST_F(AgentConnMonTest, WordOnAnotherLineHasNoEffect) {
-  EXPECT_EQ(StatusIn("CONNECTED\nCONNECTED\nx\nCONNECTED\n"), "x");
-}
-
-TEST_F(AgentConnMonTest, LongLinesAreReadWhole) {
-  const std::string line(1'000'000, 'x');
-  EXPECT_TRUE(StatusIn(line + "\n" + line + "\n" + line + "y\n") == line + "y");
-}
-
-TEST_F(AgentConnMonTest, MissingFileHasNoStatus) { EXPECT_EQ(Read(), ""); }
-
-TEST_F(AgentConnMonTest, LinkToAFileIsFollowed) {
-  WriteFile("/tmp/target", "\n\nCONNECTED\n");
+TEST(AgentStatusTest, LinkIsFollowed) {
   ASSERT_EQ(symlink("/tmp/target", kAgentStatusPath), 0);
+  EXPECT_EQ(Read(), "");
+  WriteFile("/tmp/target", "\n\nCONNECTED\n");
   EXPECT_EQ(Read(), "CONNECTED");
 }
 
-TEST_F(AgentConnMonTest, LinkToNothingHasNoStatus) {
-  ASSERT_EQ(symlink("/tmp/missing", kAgentStatusPath), 0);
-  EXPECT_EQ(Read(), "");
-}
-
-TEST_F(AgentConnMonTest, FolderHasNoStatus) {
-  ASSERT_EQ(mkdir(kAgentStatusPath, 0755), 0);
-  EXPECT_EQ(OutputOf([] { EXPECT_EQ(Read(), ""); }), (Output{"", ""}));
-}
-
-TEST_F(AgentConnMonTest, PipeHasNoStatusAndDoesNotHoldTheMonitor) {
-  ASSERT_EQ(mkfifo(kAgentStatusPath, 0666), 0);
-  EXPECT_EQ(Read(), "");
-}
-
-TEST_F(AgentConnMonTest, DeviceHasNoStatusAndDoesNotHoldTheMonitor) {
-  for (const char *device : {"/dev/zero", "/dev/random", "/dev/null"}) {
-    ASSERT_EQ(symlink(device, kAgentStatusPath), 0);
-    EXPECT_EQ(Read(), "") << device;
+TEST(AgentStatusTest, FoldersPipesAndDevicesHaveNoStatusAndHoldNobodyUp) {
+  ASSERT_EQ(mkfifo("/tmp/pipe", 0666), 0);
+  for (const char *target : {"/tmp", "/tmp/pipe", "/dev/zero", "/dev/random", "/dev/null"}) {
+    ASSERT_EQ(symlink(target, kAgentStatusPath), 0);
+    EXPECT_EQ(Read(), "") << target;
     ASSERT_EQ(unlink(kAgentStatusPath), 0);
   }
 }
 
-TEST_F(AgentConnMonTest, FileIsClosedAgain) {
-  StatusIn("one\ntwo\nCONNECTED\n");
-  const std::size_t before = CountOpenDescriptors();
-  Read();
-  EXPECT_EQ(CountOpenDescriptors(), before);
+// --- The checks --------------------------------------------------------------------------------
+
+Events Check(AgentConnMon &monitor) {
+  OutputOf([&] { monitor.Check(); });
+  return TakeEvents();
 }
 
-TEST_F(AgentConnMonTest, CheckPrintsTheStatusForDebuggingEachTime) {
+// What a check raises when the agent says so.
+Events CheckWith(AgentConnMon &monitor, const std::string &status) {
+  WriteFile(kAgentStatusPath, "agent\n1\n" + status + "\n");
+  return Check(monitor);
+}
+
+struct CheckRow : Row {
+  std::vector<std::string> statuses;
+  Events events;
+  bool connectedAllowed = true;
+  bool failureAllowed = true;
+};
+
+class AgentChecks : public testing::TestWithParam<CheckRow> {};
+
+TEST_P(AgentChecks, RaiseEvents) {
+  AgentConnMon monitor(GetParam().connectedAllowed, GetParam().failureAllowed);
+  Events events;
+  for (const std::string &status : GetParam().statuses) {
+    for (const auto &event : CheckWith(monitor, status)) {
+      events.push_back(event);
+    }
+  }
+  EXPECT_EQ(events, GetParam().events);
+}
+
+const std::string kLong(127, 'x');
+
+const CheckRow kAgentChecksRows[] = {
+    {"ConnectionIsReportedOnceWithoutValues", {"  CONNECTED  ", "CONNECTED"}, {{"net02", ""}}},
+    {"ConnectingIsAChangeThatIsNotReported",
+     {"CONNECTED", "CONNECTING...", "CONNECTED"},
+     {{"net02", ""}, {"net02", ""}}},
+    {"CertificateWarningIsReportedAsConnectedWithItsText",
+     {"CERTIFICATE WARNING", "CERTIFICATE WARNING"},
+     {{"net02", "CERTIFICATE WARNING"}}},
+    {"OtherStatusIsReportedAsAFailureWithItsText",
+     {"CONNECTED", "DISCONNECTED", "DISCONNECTED"},
+     {{"net02", ""}, {"net03", "DISCONNECTED"}}},
+    {"OtherSpellingsAreFailures",
+     {"Connected", "CONNECTING", "CERTIFICATE  WARNING", "connecting..."},
+     {{"net03", "Connected"},
+      {"net03", "CONNECTING"},
+      {"net03", "CERTIFICATE  WARNING"},
+      {"net03", "connecting..."}}},
+    {"LostStatusIsAFailureWithoutText", {"CONNECTED", "", ""}, {{"net02", ""}, {"net03", ""}}},
+    {"NoStatusAtTheStartIsNotReported", {"", ""}, {}},
+    {"ConnectionThatIsNotAllowedIsNotReported",
+     {"CONNECTED", "CERTIFICATE WARNING", "DOWN"},
+     {{"net03", "DOWN"}},
+     false,
+     true},
+    {"FailureThatIsNotAllowedIsRemembered",
+     {"CONNECTED", "DOWN", "CONNECTED"},
+     {{"net02", ""}, {"net02", ""}},
+     true,
+     false},
+    {"StatusesThatDifferBeyondTheCutTo127BytesAreAChange",
+     {kLong + "1", kLong + "2"},
+     {{"net03", kLong}, {"net03", kLong}}}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, AgentChecks, testing::ValuesIn(kAgentChecksRows),
+                         OutcomeOf<CheckRow>);
+
+TEST(AgentConnMonTest, RemovedFileIsAFailureWithoutText) {
+  AgentConnMon monitor(true, true);
+  EXPECT_EQ(CheckWith(monitor, "CONNECTED"), (Events{{"net02", ""}}));
+  std::remove(kAgentStatusPath);
+  EXPECT_EQ(Check(monitor), (Events{{"net03", ""}}));
+}
+
+TEST(AgentConnMonTest, InitAndANewMonitorForgetTheStatus) {
+  AgentConnMon monitor(true, true);
+  EXPECT_EQ(CheckWith(monitor, "CONNECTED"), (Events{{"net02", ""}}));
+  monitor.Init();
+  EXPECT_EQ(Check(monitor), (Events{{"net02", ""}}));
+  AgentConnMon other(true, true);
+  EXPECT_EQ(Check(other), (Events{{"net02", ""}}));
+}
+
+TEST(AgentConnMonTest, CheckPrintsTheStatusForDebuggingEachTime) {
+  AgentConnMon monitor(true, true);
+  const auto check = [&] { monitor.Check(); };
+  EXPECT_EQ(OutputOf(check), (Output{"", "AgentConnMon::ReadAgentStatus:  \"\"\n"}));
   WriteFile(kAgentStatusPath, "\n\n CONNECTED\n");
   const Output line{"", "AgentConnMon::ReadAgentStatus:  \"CONNECTED\"\n"};
-  EXPECT_EQ(OutputOf([this] { monitor_.Check(); }), line);
-  EXPECT_EQ(OutputOf([this] { monitor_.Check(); }), line);
-}
-
-TEST_F(AgentConnMonTest, CheckPrintsTheEmptyStatusToo) {
-  EXPECT_EQ(OutputOf([this] { monitor_.Check(); }),
-            (Output{"", "AgentConnMon::ReadAgentStatus:  \"\"\n"}));
-}
-
-TEST_F(AgentConnMonTest, ReadingPrintsNothing) {
-  WriteFile(kAgentStatusPath, "\n\nCONNECTED\n");
-  EXPECT_EQ(OutputOf([] { Read(); }), (Output{"", ""}));
-}
-
-TEST_F(AgentConnMonTest, ConnectionIsReportedOnceWithoutValues) {
-  EXPECT_EQ(CheckWith(monitor_, "  CONNECTED  "), kConnected);
-  EXPECT_EQ(CheckWith(monitor_, "CONNECTED"), kNone);
-}
-
-TEST_F(AgentConnMonTest, ConnectingIsAChangeThatIsNotReported) {
-  EXPECT_EQ(CheckWith(monitor_, "CONNECTED"), kConnected);
-  EXPECT_EQ(CheckWith(monitor_, "CONNECTING..."), kNone);
-  EXPECT_EQ(CheckWith(monitor_, "CONNECTED"), kConnected);
-}
-
-TEST_F(AgentConnMonTest, CertificateWarningIsReportedAsConnectedWithItsText) {
-  EXPECT_EQ(CheckWith(monitor_, "CERTIFICATE WARNING"), (Events{{"net02", "CERTIFICATE WARNING"}}));
-  EXPECT_EQ(CheckWith(monitor_, "CERTIFICATE WARNING"), kNone);
-}
-
-TEST_F(AgentConnMonTest, OtherStatusIsReportedAsAFailureWithItsText) {
-  EXPECT_EQ(CheckWith(monitor_, "CONNECTED"), kConnected);
-  EXPECT_EQ(CheckWith(monitor_, "DISCONNECTED"), (Events{{"net03", "DISCONNECTED"}}));
-  EXPECT_EQ(CheckWith(monitor_, "DISCONNECTED"), kNone);
-}
-
-TEST_F(AgentConnMonTest, OtherSpellingsAreFailures) {
-  for (const char *status : {"Connected", "CONNECTING", "CONNECTED.", "CERTIFICATE  WARNING",
-                             "Certificate Warning", "CONNECTING....", "connecting..."}) {
-    EXPECT_EQ(CheckOfANewOne(true, true, status), (Events{{"net03", status}}));
-  }
-}
-
-TEST_F(AgentConnMonTest, LostStatusIsReportedAsAFailureWithoutText) {
-  EXPECT_EQ(CheckWith(monitor_, "CONNECTED"), kConnected);
-  WriteFile(kAgentStatusPath, "agent\n1\n");
-  EXPECT_EQ(Check(monitor_), (Events{{"net03", ""}}));
-  EXPECT_EQ(Check(monitor_), kNone);
-}
-
-TEST_F(AgentConnMonTest, RemovedFileIsReportedAsAFailureWithoutText) {
-  EXPECT_EQ(CheckWith(monitor_, "CONNECTED"), kConnected);
-  std::remove(kAgentStatusPath);
-  EXPECT_EQ(Check(monitor_), (Events{{"net03", ""}}));
-}
-
-TEST_F(AgentConnMonTest, MissingFileAtTheStartIsNotReported) {
-  EXPECT_EQ(Check(monitor_), kNone);
-  WriteFile(kAgentStatusPath, "agent\n1\n");
-  EXPECT_EQ(Check(monitor_), kNone);
-}
-
-TEST_F(AgentConnMonTest, InitForgetsTheStatus) {
-  EXPECT_EQ(CheckWith(monitor_, "CONNECTED"), kConnected);
-  monitor_.Init();
-  EXPECT_EQ(CheckWith(monitor_, "CONNECTED"), kConnected);
-}
-
-TEST_F(AgentConnMonTest, NewMonitorReportsAgain) {
-  EXPECT_EQ(CheckOfANewOne(true, true, "CONNECTED"), kConnected);
-  EXPECT_EQ(CheckOfANewOne(true, true, "CONNECTED"), kConnected);
-}
-
-TEST_F(AgentConnMonTest, EventsThatAreNotAllowedAreNotRaised) {
-  EXPECT_EQ(CheckOfANewOne(false, true, "CONNECTED"), kNone);
-  EXPECT_EQ(CheckOfANewOne(false, true, "CERTIFICATE WARNING"), kNone);
-  EXPECT_EQ(CheckOfANewOne(false, true, "DOWN"), (Events{{"net03", "DOWN"}}));
-  EXPECT_EQ(CheckOfANewOne(true, false, "CONNECTED"), kConnected);
-  EXPECT_EQ(CheckOfANewOne(true, false, "DOWN"), kNone);
-}
-
-TEST_F(AgentConnMonTest, StatusIsRememberedThoughItMayNotBeReported) {
-  AgentConnMon monitor(true, false);
-  EXPECT_EQ(CheckWith(monitor, "CONNECTED"), kConnected);
-  EXPECT_EQ(CheckWith(monitor, "DOWN"), kNone);
-  EXPECT_EQ(CheckWith(monitor, "CONNECTED"), kConnected);
-}
-
-TEST_F(AgentConnMonTest, LongStatusIsCutTo127Bytes) {
-  const std::string status(200, 'x');
-  EXPECT_EQ(CheckWith(monitor_, status), (Events{{"net03", status.substr(0, 127)}}));
-}
-
-TEST_F(AgentConnMonTest, StatusesThatDifferOnlyBeyondTheCutAreAChange) {
-  const std::string status(127, 'x');
-  EXPECT_EQ(CheckWith(monitor_, status + "1"), (Events{{"net03", status}}));
-  EXPECT_EQ(CheckWith(monitor_, status + "2"), (Events{{"net03", status}}));
-}
-
-TEST_F(AgentConnMonTest, StartedMonitorChecksAtOnce) {
-  WriteFile(kAgentStatusPath, "agent\n1\nDOWN\n");
-  monitor_.Start();
-  Events events;
-  EXPECT_TRUE(Eventually([&] { return !(events = TakeEvents()).empty(); }));
-  EXPECT_EQ(events, (Events{{"net03", "DOWN"}}));
+  EXPECT_EQ(OutputOf(check), line);
+  EXPECT_EQ(OutputOf(check), line);
 }
 
 }  // namespace

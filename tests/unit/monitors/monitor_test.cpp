@@ -1,258 +1,274 @@
 #include "monitors/monitor.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <cerrno>
 
-#include <array>
-#include <chrono>
-#include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "support/events.h"
-#include "support/output.h"
-#include "support/polling.h"
-#include "support/probe_monitor.h"
-#include "support/threads.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
 
 using std::chrono::milliseconds;
-using testing::Each;
 
-constexpr milliseconds kPeriod{1000};
-constexpr std::chrono::seconds kLongPeriod{8};  // for a busy machine
+// Shows what is done with it.
+class ProbeMonitor final : public Monitor {
+ public:
+  explicit ProbeMonitor(std::int32_t period = 77, const char *name = "Probe Monitor")
+      : Monitor(QString::fromUtf8(name), std::chrono::seconds(period)) {}
+  ~ProbeMonitor() override { StopIfRunning(); }
 
-std::function<void()> UntilStopIsRequested(const ProbeMonitor &monitor) {
-  return [&monitor] { EXPECT_TRUE(Eventually([&] { return monitor.StopRequest() == 1; })); };
+  using Monitor::RaiseEvent;
+
+  void Init() override {
+    EXPECT_EQ(checks, 0) << "Init comes first";
+    ++inits;
+    onInit();
+  }
+  void Check() override {
+    ++checks;
+    onCheck();
+  }
+  void Reserved() override { ADD_FAILURE() << "is never called"; }
+
+  std::atomic<int> inits{0};
+  std::atomic<int> checks{0};
+  // What to do besides counting, on the monitor's thread. Set before the start.
+  std::function<void()> onInit = [] {};
+  std::function<void()> onCheck = [] {};
+};
+
+const Output kStarted{"Starting monitor: Probe Monitor\n", ""};
+const Output kStopped{"Stopping monitor: Probe Monitor\n", ""};
+const Output kRunsAlready{"Probe Monitor is already running\n", ""};
+const Output kDoesNotRun{"Probe Monitor is not running\n", ""};
+const Output kStartFailed{kStarted.out,
+                          "Error starting monitor: Probe Monitor\n"
+                          "pthread_create: Resource temporarily unavailable\n"};
+
+Output Start(ProbeMonitor &monitor) {
+  return OutputOf([&] { monitor.Start(); });
+}
+
+Output Stop(ProbeMonitor &monitor) {
+  return OutputOf([&] { monitor.Stop(); });
 }
 
 bool HasChecked(const ProbeMonitor &monitor, int times = 1) {
   return Eventually([&] { return monitor.checks >= times; });
 }
 
-TEST(MonitorTest, NewMonitorDoesNotRun) {
-  const ProbeMonitor monitor;
-  EXPECT_FALSE(monitor.IsRunning());
-  EXPECT_EQ(monitor.StopRequest(), 0);
+// The pauses between two checks are short, unless a test says otherwise.
+class MonitorTest : public testing::Test {
+ protected:
+  MonitorTest() { TakeSleeps(); }
+  ~MonitorTest() override {
+    EXPECT_TRUE(Eventually([this] { return CountThreads() == threads_; })) << "threads are left";
+  }
+
+  const std::size_t threads_ = CountThreads();
+  const Temporarily shortSleeps_{g_sleepsAreShort};
+};
+
+TEST_F(MonitorTest, StartAndStopPrintTheNameInUtf8) {
+  ProbeMonitor monitor(1, "Gerätewächter €");
+  EXPECT_EQ(Start(monitor), (Output{"Starting monitor: Gerätewächter €\n", ""}));
+  EXPECT_EQ(Stop(monitor), (Output{"Stopping monitor: Gerätewächter €\n", ""}));
 }
 
-TEST(MonitorTest, HasTheNameAndThePeriodItWasGiven) {
-  const ProbeMonitor monitor(7, "Probe Monitor");
-  EXPECT_EQ(monitor.Name(), QStringLiteral("Probe Monitor"));
-  EXPECT_EQ(monitor.Period(), 7);
-}
-
-TEST(MonitorTest, StopRequestCanBeSet) {
+TEST_F(MonitorTest, SecondStartOnlyPrintsThatItRunsAlready) {
   ProbeMonitor monitor;
-  monitor.SetStopRequest(1);
-  EXPECT_EQ(monitor.StopRequest(), 1);
-}
-
-TEST(MonitorTest, StartPrintsTheName) {
-  ProbeMonitor monitor;
-  EXPECT_EQ(OutputOf([&] { monitor.Start(); }), (Output{"Starting monitor: Probe Monitor\n", ""}));
-  EXPECT_TRUE(monitor.IsRunning());
-}
-
-TEST(MonitorTest, NameIsPrintedInUtf8) {
-  ProbeMonitor monitor(0, "Gerätewächter €");
-  EXPECT_EQ(OutputOf([&] { monitor.Start(); }),
-            (Output{"Starting monitor: Gerätewächter €\n", ""}));
-}
-
-TEST(MonitorTest, SecondStartOnlyPrintsThatItRunsAlready) {
-  ProbeMonitor monitor;
-  monitor.Start();
-  EXPECT_EQ(OutputOf([&] { monitor.Start(); }), (Output{"Probe Monitor is already running\n", ""}));
-}
-
-TEST(MonitorTest, SecondStartMakesNoSecondThread) {
-  const std::size_t before = CountThreads();
-  ProbeMonitor monitor;
-  monitor.Start();
-  monitor.Start();
+  Start(monitor);
+  EXPECT_EQ(Start(monitor), kRunsAlready);
   ASSERT_TRUE(HasChecked(monitor, 3));
-  EXPECT_TRUE(Eventually([&] { return CountThreads() == before + 1; }));
+  EXPECT_TRUE(Eventually([&] { return CountThreads() == threads_ + 1; }));
   EXPECT_EQ(monitor.inits, 1);
 }
 
-TEST(MonitorTest, StopOfOneThatNeverStartedOnlyPrintsThat) {
+TEST_F(MonitorTest, StopOfAMonitorThatDoesNotRunOnlyPrintsThat) {
   ProbeMonitor monitor;
-  EXPECT_EQ(OutputOf([&] { monitor.Stop(); }), (Output{"Probe Monitor is not running\n", ""}));
-  EXPECT_EQ(monitor.StopRequest(), 0);
+  EXPECT_EQ(Stop(monitor), kDoesNotRun);
+  Start(monitor);
+  EXPECT_EQ(Stop(monitor), kStopped);
+  EXPECT_EQ(Stop(monitor), kDoesNotRun);
 }
 
-TEST(MonitorTest, StopPrintsTheName) {
+TEST_F(MonitorTest, StoppedMonitorStartsAgainWithInit) {
   ProbeMonitor monitor;
-  monitor.Start();
-  EXPECT_EQ(OutputOf([&] { monitor.Stop(); }), (Output{"Stopping monitor: Probe Monitor\n", ""}));
-  EXPECT_EQ(monitor.StopRequest(), 1);
-}
-
-TEST(MonitorTest, StopIsPrintedBeforeTheThreadHasEnded) {
-  ProbeMonitor monitor;
-  monitor.onInit = [&] {
-    UntilStopIsRequested(monitor)();
-    std::puts("thread ends");
-  };
-  monitor.Start();
-  EXPECT_EQ(OutputOf([&] { monitor.Stop(); }).out.substr(0, 9), "Stopping ");
-}
-
-TEST(MonitorTest, StopEndsTheThread) {
-  const std::size_t before = CountThreads();
-  ProbeMonitor monitor;
-  monitor.Start();
-  monitor.Stop();
-  EXPECT_FALSE(monitor.IsRunning());
-  EXPECT_TRUE(Eventually([&] { return CountThreads() == before; }));
-}
-
-TEST(MonitorTest, SecondStopOnlyPrintsThatItDoesNotRun) {
-  ProbeMonitor monitor;
-  monitor.Start();
-  monitor.Stop();
-  EXPECT_EQ(OutputOf([&] { monitor.Stop(); }), (Output{"Probe Monitor is not running\n", ""}));
-}
-
-TEST(MonitorTest, StoppedMonitorStartsAgain) {
-  ProbeMonitor monitor;
-  monitor.Start();
-  monitor.Stop();
-  const int checks = monitor.checks;
-  monitor.Start();
-  EXPECT_TRUE(HasChecked(monitor, checks + 2));
+  Start(monitor);
+  Stop(monitor);
+  monitor.checks = 0;
+  EXPECT_EQ(Start(monitor), kStarted);
+  EXPECT_TRUE(HasChecked(monitor, 2));
   EXPECT_EQ(monitor.inits, 2);
 }
 
-TEST(MonitorTest, StartClearsAnEarlierStopRequest) {
-  ProbeMonitor monitor;
-  monitor.SetStopRequest(1);
-  monitor.Start();
-  EXPECT_EQ(monitor.StopRequest(), 0);
-  EXPECT_TRUE(HasChecked(monitor, 2));
-}
-
-TEST(MonitorTest, DestructionStopsARunningMonitor) {
-  const std::size_t before = CountThreads();
-  EXPECT_EQ(OutputOf([] { ProbeMonitor().Start(); }),
-            (Output{"Starting monitor: Probe Monitor\nStopping monitor: Probe Monitor\n", ""}));
-  EXPECT_TRUE(Eventually([&] { return CountThreads() == before; }));
-}
-
-TEST(MonitorTest, DestructionOfOneThatDoesNotRunPrintsNothing) {
+TEST_F(MonitorTest, DestructionStopsARunningMonitorAndNoOther) {
+  EXPECT_EQ(OutputOf([] { ProbeMonitor().Start(); }), (Output{kStarted.out + kStopped.out, ""}));
   EXPECT_EQ(OutputOf([] { const ProbeMonitor monitor; }), (Output{"", ""}));
 }
 
-TEST(MonitorTest, InitComesOnceBeforeTheChecksOnTheThreadOfTheMonitor) {
-  std::vector<std::thread::id> initThreads;
-  std::vector<std::thread::id> checkThreads;
+TEST_F(MonitorTest, InitAndChecksRunOnTheThreadOfTheMonitor) {
+  std::vector<std::thread::id> threads;
   ProbeMonitor monitor;
-  monitor.onInit = [&] {
-    EXPECT_EQ(monitor.checks, 0);
-    initThreads.push_back(std::this_thread::get_id());
-  };
-  monitor.onCheck = [&] { checkThreads.push_back(std::this_thread::get_id()); };
-  monitor.Start();
+  monitor.onInit = monitor.onCheck = [&] { threads.push_back(std::this_thread::get_id()); };
+  Start(monitor);
   ASSERT_TRUE(HasChecked(monitor, 5));
-  monitor.Stop();
-  ASSERT_EQ(initThreads.size(), 1U);
-  EXPECT_NE(initThreads[0], std::this_thread::get_id());
-  EXPECT_THAT(checkThreads, Each(initThreads[0]));
+  Stop(monitor);
+  EXPECT_NE(threads[0], std::this_thread::get_id());
+  EXPECT_EQ(threads, std::vector(threads.size(), threads[0]));
 }
 
-TEST(MonitorTest, ReservedIsNeverCalled) {
+TEST_F(MonitorTest, PauseAfterEachCheckIsThePeriod) {
   ProbeMonitor monitor;
-  monitor.Start();
-  ASSERT_TRUE(HasChecked(monitor, 20));
-  monitor.Stop();
-  EXPECT_EQ(monitor.reservedCalls, 0);
+  Start(monitor);
+  ASSERT_TRUE(HasChecked(monitor, 5));
+  Stop(monitor);
+  EXPECT_EQ(TakeSleeps(), std::vector(static_cast<std::size_t>(monitor.checks), 77U));
 }
 
-TEST(MonitorTest, FirstCheckIsMadeAtOnceAndTheNextAPeriodLater) {
-  std::vector<std::chrono::steady_clock::time_point> times{std::chrono::steady_clock::now()};
-  ProbeMonitor monitor(kLongPeriod.count());
-  monitor.onCheck = [&] { times.push_back(std::chrono::steady_clock::now()); };
-  monitor.Start();
-  ASSERT_TRUE(HasChecked(monitor, 2));
-  monitor.Stop();
-  EXPECT_LT(times[1] - times[0], kLongPeriod);
-  EXPECT_GE(times[2] - times[1], kLongPeriod);
-}
-
-TEST(MonitorTest, StopDuringInitGivesNoCheck) {
+TEST_F(MonitorTest, FirstCheckIsMadeBeforeTheFirstPause) {
+  const Temporarily endlessSleeps(g_sleepsLast);
   ProbeMonitor monitor;
-  monitor.onInit = UntilStopIsRequested(monitor);
-  monitor.Start();
-  monitor.Stop();
-  EXPECT_EQ(monitor.checks, 0);
+  Start(monitor);
+  EXPECT_TRUE(HasChecked(monitor));
+  g_sleepsLast = 0;
 }
 
-TEST(MonitorTest, StopDuringInitTakesNoPeriod) {
-  ProbeMonitor monitor(10);
-  monitor.onInit = UntilStopIsRequested(monitor);
-  monitor.Start();
-  EXPECT_LT(TimeOf([&] { monitor.Stop(); }), milliseconds{10'000});
-}
-
-TEST(MonitorTest, StopDuringACheckWaitsForItsEndAndForThePeriod) {
-  ProbeMonitor monitor(1);
-  auto checked = std::chrono::steady_clock::now();
-  monitor.onCheck = [&] {
-    UntilStopIsRequested(monitor)();
-    checked = std::chrono::steady_clock::now();
+// Stops the monitor while it is at a point of its life, and returns its checks.
+int ChecksWhenStopped(ProbeMonitor &monitor, std::function<void()> ProbeMonitor::*point) {
+  std::atomic<bool> isReached{false};
+  monitor.*point = [&] {
+    isReached = true;
+    std::this_thread::sleep_for(milliseconds{100});  // for the stop to be requested
   };
-  monitor.Start();
+  Start(monitor);
+  EXPECT_TRUE(Eventually([&] { return isReached.load(); }));
+  Stop(monitor);
+  return monitor.checks;
+}
+
+TEST_F(MonitorTest, StopDuringInitGivesNoCheckAndNoPause) {
+  ProbeMonitor monitor;
+  EXPECT_EQ(ChecksWhenStopped(monitor, &ProbeMonitor::onInit), 0);
+  EXPECT_TRUE(TakeSleeps().empty());
+}
+
+TEST_F(MonitorTest, StopDuringACheckWaitsForItsEndAndForThePeriod) {
+  ProbeMonitor monitor;
+  EXPECT_EQ(ChecksWhenStopped(monitor, &ProbeMonitor::onCheck), 1);
+  EXPECT_EQ(TakeSleeps(), std::vector<unsigned>{77});
+}
+
+TEST_F(MonitorTest, StopDuringASleepWaitsForItsEndAndGivesNoFurtherCheck) {
+  g_sleepsAreShort = 0;
+  ProbeMonitor monitor(2);
+  const auto checkTime = std::chrono::steady_clock::now();
+  Start(monitor);
   ASSERT_TRUE(HasChecked(monitor));
-  monitor.Stop();
-  EXPECT_GE(std::chrono::steady_clock::now() - checked, kPeriod);
+  EXPECT_EQ(Stop(monitor), kStopped);
+  EXPECT_GE(std::chrono::steady_clock::now() - checkTime, std::chrono::seconds(2));
   EXPECT_EQ(monitor.checks, 1);
 }
 
-TEST(MonitorTest, StopDuringASleepWaitsForItsEndAndGivesNoFurtherCheck) {
-  ProbeMonitor monitor(kLongPeriod.count());
-  auto checked = std::chrono::steady_clock::now();
-  monitor.onCheck = [&] { checked = std::chrono::steady_clock::now(); };
-  monitor.Start();
-  ASSERT_TRUE(HasChecked(monitor));
-  monitor.Stop();
-  EXPECT_GE(std::chrono::steady_clock::now() - checked, kLongPeriod);
-  EXPECT_EQ(monitor.checks, 1);
+TEST_F(MonitorTest, StopIsPrintedBeforeTheThreadHasEnded) {
+  ProbeMonitor monitor;
+  std::atomic<bool> stops{false};
+  monitor.onInit = [&] {
+    EXPECT_TRUE(Eventually([&] { return stops.load(); }));
+    std::this_thread::sleep_for(milliseconds{100});
+    std::puts("thread ends");
+  };
+  Start(monitor);
+  EXPECT_EQ(OutputOf([&] {
+              stops = true;
+              monitor.Stop();
+            }),
+            (Output{kStopped.out + "thread ends\n", ""}));
 }
 
-TEST(MonitorTest, RaisedEventIsQueuedWithItsValues) {
-  TakeEvents();
+TEST_F(MonitorTest, ThousandStopsRightAfterTheStartAreNotLost) {
+  OutputOf([] {
+    for (int round = 0; round < 1000; ++round) {
+      ProbeMonitor monitor;
+      monitor.Start();
+      if (round % 2 == 0) {
+        monitor.Stop();
+      }
+    }
+  });
+}
+
+TEST_F(MonitorTest, StopRightAfterTheStartOfALateThreadIsNotLost) {
+  const Temporarily lateThreads(g_threadsStartLate);
+  ProbeMonitor monitor;
+  for (int round = 0; round < 10; ++round) {
+    EXPECT_EQ(Start(monitor), kStarted);
+    EXPECT_EQ(Stop(monitor), kStopped);
+    monitor.checks = 0;
+  }
+}
+
+// --- Failures ----------------------------------------------------------------------------------
+
+TEST_F(MonitorTest, FailedStartIsReportedAndStillAnnouncedAndMayBeTriedAgain) {
+  ProbeMonitor monitor;
+  {
+    const Temporarily failing(g_threadStartError, EAGAIN);
+    errno = EIO;  // of no call of the start
+    EXPECT_EQ(Start(monitor), kStartFailed);
+  }
+  EXPECT_EQ(Stop(monitor), kDoesNotRun);
+  EXPECT_EQ(monitor.inits, 0);
+  EXPECT_EQ(Start(monitor), kStarted);
+  EXPECT_TRUE(HasChecked(monitor));
+}
+
+TEST_F(MonitorTest, MonitorThatCouldNotStartIsDestroyedSilently) {
+  const Temporarily failing(g_threadStartError, EAGAIN);
+  EXPECT_EQ(OutputOf([] { ProbeMonitor().Start(); }), kStartFailed);
+}
+
+TEST_F(MonitorTest, FailedJoinIsReportedOnceAndTheThreadIsStillWaitedFor) {
+  const Temporarily failing(g_threadJoinError, EDEADLK);
+  std::atomic<bool> isChecking{false};
+  EXPECT_EQ(OutputOf([&] {
+              ProbeMonitor monitor;
+              monitor.onCheck = [&] {
+                isChecking = true;
+                std::this_thread::sleep_for(milliseconds{50});
+                isChecking = false;
+              };
+              monitor.Start();
+              EXPECT_TRUE(Eventually([&] { return isChecking.load(); }));
+              errno = EIO;  // of no call of the stop
+              monitor.Stop();
+              EXPECT_FALSE(isChecking);
+            }),
+            (Output{kStarted.out + kStopped.out,
+                    "Error stopping monitor: Probe Monitor\n"
+                    "pthread_join: Resource deadlock avoided\n"}));
+}
+
+// --- Events ------------------------------------------------------------------------------------
+
+TEST_F(MonitorTest, RaisedEventIsQueuedWithItsValuesCutTo127Bytes) {
   ProbeMonitor::RaiseEvent("perf01", "90.00% > 80.00%");
-  EXPECT_EQ(TakeEvents(), (Events{{"perf01", "90.00% > 80.00%"}}));
-}
-
-TEST(MonitorTest, EventMayBeRaisedWithoutValues) {
-  TakeEvents();
   ProbeMonitor::RaiseEvent("net02");
-  EXPECT_EQ(TakeEvents(), (Events{{"net02", ""}}));
-}
-
-TEST(MonitorTest, RaisedValuesAreCutTo127Bytes) {
-  TakeEvents();
   ProbeMonitor::RaiseEvent("sys05", QByteArray(128, 'x'));
-  EXPECT_EQ(TakeEvents(), (Events{{"sys05", std::string(127, 'x')}}));
+  EXPECT_EQ(
+      TakeEvents(),
+      (Events{{"perf01", "90.00% > 80.00%"}, {"net02", ""}, {"sys05", std::string(127, 'x')}}));
 }
 
-TEST(MonitorTest, EventsOfMonitorsThatRunAtOnceAreAllQueued) {
-  constexpr int kChecks = 500;
-  TakeEvents();
+TEST_F(MonitorTest, EventsOfMonitorsThatRunAtOnceAreAllQueued) {
   std::array<ProbeMonitor, 4> monitors;
   for (ProbeMonitor &monitor : monitors) {
     monitor.onCheck = [] { ProbeMonitor::RaiseEvent("x", "y"); };
-    monitor.Start();
+    Start(monitor);
   }
   int checks = 0;
   for (ProbeMonitor &monitor : monitors) {
-    EXPECT_TRUE(HasChecked(monitor, kChecks));
-    monitor.Stop();
+    EXPECT_TRUE(HasChecked(monitor, 100));
+    Stop(monitor);
     checks += monitor.checks;
   }
   EXPECT_EQ(TakeEvents(), Events(static_cast<std::size_t>(checks), {"x", "y"}));

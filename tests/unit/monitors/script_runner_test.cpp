@@ -1,6 +1,7 @@
 #include "monitors/script_runner.h"
 
-#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,16 +9,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "support/descriptors.h"
-#include "support/files.h"
-#include "support/output.h"
-#include "support/polling.h"
-#include "support/programs.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
@@ -27,8 +20,13 @@ using std::chrono::milliseconds;
 constexpr char kScript[] = "/tmp/script.sh";
 constexpr milliseconds kNotLong{10'000};
 
+// What the program returns. It prints nothing on the streams of this process.
 std::string OutputFrom(const std::string &program, const QStringList &arguments = {}) {
-  return RunScript(QString::fromStdString(program), arguments).toStdString();
+  std::string text;
+  EXPECT_EQ(
+      OutputOf([&] { text = RunScript(QString::fromStdString(program), arguments).toStdString(); }),
+      (Output{"", ""}));
+  return text;
 }
 
 std::string ScriptOutput(std::string_view lines, const QStringList &arguments = {}) {
@@ -36,27 +34,55 @@ std::string ScriptOutput(std::string_view lines, const QStringList &arguments = 
   return OutputFrom(kScript, arguments);
 }
 
-std::string ReadBack(std::string_view output) {
-  WritePrintingScript(kScript, output);
-  return OutputFrom(kScript);
+bool HasZombies() {
+  siginfo_t child{};
+  return waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) == 0 && child.si_pid != 0;
 }
-
-// What comes of a program that cannot be run: nothing in its place, and no word about it.
-void ExpectNothingOf(const std::string &program) {
-  std::string text = "not run";
-  EXPECT_EQ(OutputOf([&] { text = OutputFrom(program); }), (Output{"", ""}));
-  EXPECT_EQ(text, "");
-}
-
-bool HasNoChildren() { return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; }
 
 bool ProcessExists(const std::string &id) { return std::filesystem::exists("/proc/" + id); }
 
-TEST(ScriptRunnerTest, OutputIsReturnedWhole) {
-  EXPECT_EQ(ScriptOutput("echo one; echo; printf ' two '"), "one\n\n two ");
+// --- Output ------------------------------------------------------------------------------------
+
+struct ScriptRow : Row {
+  std::string lines;
+  std::string output;
+};
+
+class Script : public testing::TestWithParam<ScriptRow> {};
+
+TEST_P(Script, IsRun) {
+  EXPECT_EQ(ScriptOutput(GetParam().lines), GetParam().output);
+  EXPECT_FALSE(HasZombies());
 }
 
-TEST(ScriptRunnerTest, SilentScriptGivesTheEmptyText) { EXPECT_EQ(ScriptOutput("exit 0"), ""); }
+const ScriptRow kScriptRows[] = {
+    {"OutputIsReturnedWhole", "echo one; echo; printf ' two '", "one\n\n two "},
+    {"SilentScriptGivesTheEmptyText", "exit 0", ""},
+    {"NoArgumentIsAddedToNone", "echo $#", "0\n"},
+    {"ExitStatusDoesNotCount", "echo out; exit 7", "out\n"},
+    {"OutputOfAKilledScriptIsReturned", "echo out; kill -9 $$", "out\n"},
+    {"TextEndsBeforeTheFirstNul", "printf 'one\\ntwo\\0three\\n'", "one\ntwo"},
+    {"OutputThatBeginsWithNulIsEmpty", "printf '\\0one\\n'", ""},
+    {"OutputIsReadAsUtf8", "echo 'Gerät €'", "Gerät €\n"},
+    {"BytesThatAreNoUtf8AreReplaced", "printf 'a\\377z \\342\\202'",
+     "a\xEF\xBF\xBDz \xEF\xBF\xBD\xEF\xBF\xBD"},
+    {"StandardErrorIsNeitherReturnedNorPassedOn", "echo first >&2; echo out; echo last >&2",
+     "out\n"},
+    {"StandardErrorIsWritable", "echo error >&2 && echo written", "written\n"},
+    {"StandardErrorStaysOpenForTheChildren", "sleep 0.2; (echo error >&2) && echo written",
+     "written\n"},
+    {"MegabytesOnStandardErrorHoldNothingUp", "head -c 3000000 /dev/zero >&2 && echo written",
+     "written\n"},
+    // Without a writer at its other end, `cat` would end at once.
+    {"NothingComesOnStandardInput", "timeout 1 cat; echo $?", "124\n"},
+    {"StandardInputIsAPipe", "[ -p /dev/stdin ] && echo pipe", "pipe\n"}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, Script, testing::ValuesIn(kScriptRows), OutcomeOf<ScriptRow>);
+
+TEST(ScriptRunnerTest, ProgramSeesNoDescriptorsOfTheService) {
+  EXPECT_EQ(RunScript(QStringLiteral("ls"), {QStringLiteral("/proc/self/fd")}).toStdString(),
+            "0\n1\n2\n3\n");  // the last is that of the folder
+}
 
 TEST(ScriptRunnerTest, ArgumentsArriveAsTheyAre) {
   EXPECT_EQ(ScriptOutput(
@@ -66,168 +92,8 @@ TEST(ScriptRunnerTest, ArgumentsArriveAsTheyAre) {
             "<a b>\n<>\n<*>\n<$HOME; id>\n<\"q\" 'r' \\>\n<ü>\n<--x=1>\n");
 }
 
-TEST(ScriptRunnerTest, NoArgumentIsAddedToNone) { EXPECT_EQ(ScriptOutput("echo $#"), "0\n"); }
-
-TEST(ScriptRunnerTest, PathMayHoldBlanksAndQuotes) {
-  const std::string path = "/tmp/a \"b\" $c;d.sh";
-  WriteScript(path, "echo run");
-  EXPECT_EQ(OutputFrom(path), "run\n");
-}
-
-TEST(ScriptRunnerTest, CommandLineIsNoProgram) { ExpectNothingOf("/bin/echo hello"); }
-
-TEST(ScriptRunnerTest, ScriptThatNamesNoInterpreterIsNotRun) {
-  WriteScript(kScript, "");
-  WriteFile(kScript, "echo run\n");
-  ExpectNothingOf(kScript);
-}
-
-TEST(ScriptRunnerTest, StandardErrorIsNeitherReturnedNorPassedOn) {
-  std::string text;
-  EXPECT_EQ(OutputOf([&] { text = ScriptOutput("echo first >&2; echo out; echo last >&2"); }),
-            (Output{"", ""}));
-  EXPECT_EQ(text, "out\n");
-}
-
-TEST(ScriptRunnerTest, ExitStatusDoesNotCount) {
-  EXPECT_EQ(ScriptOutput("echo out; exit 7"), "out\n");
-}
-
-TEST(ScriptRunnerTest, OutputOfAScriptThatWasKilledIsReturned) {
-  EXPECT_EQ(OutputOf([] { EXPECT_EQ(ScriptOutput("echo out; kill -9 $$"), "out\n"); }),
-            (Output{"", ""}));
-}
-
-TEST(ScriptRunnerTest, MissingProgramGivesNothing) { ExpectNothingOf("/tmp/missing.sh"); }
-
-TEST(ScriptRunnerTest, EmptyPathGivesNothing) { ExpectNothingOf(""); }
-
-TEST(ScriptRunnerTest, FolderGivesNothing) { ExpectNothingOf("/tmp"); }
-
-TEST(ScriptRunnerTest, FileThatIsNotExecutableGivesNothing) {
-  WriteFile(kScript, "#!/bin/sh\necho run\n");
-  chmod(kScript, 0644);
-  ExpectNothingOf(kScript);
-}
-
-TEST(ScriptRunnerTest, MissingInterpreterGivesNothing) {
-  WriteScript(kScript, "");
-  WriteFile(kScript, "#!/tmp/missing\necho run\n");
-  ExpectNothingOf(kScript);
-}
-
-TEST(ScriptRunnerTest, LinkIsFollowed) {
-  WriteScript("/tmp/target.sh", "echo run");
-  ASSERT_EQ(symlink("target.sh", kScript), 0);
-  EXPECT_EQ(OutputFrom(kScript), "run\n");
-}
-
-TEST(ScriptRunnerTest, EndlessChainOfLinksGivesNothing) {
-  ASSERT_EQ(symlink("other", kScript), 0);
-  ASSERT_EQ(symlink("script.sh", "/tmp/other"), 0);
-  ExpectNothingOf(kScript);
-}
-
-TEST(ScriptRunnerTest, TextEndsBeforeTheFirstNul) {
-  EXPECT_EQ(ReadBack(std::string("one\ntwo\0three\n\0", 15)), "one\ntwo");
-  EXPECT_EQ(ReadBack(std::string("\0one\n", 5)), "");
-}
-
-TEST(ScriptRunnerTest, OutputIsReadAsUtf8) { EXPECT_EQ(ReadBack("Gerät €\n"), "Gerät €\n"); }
-
-TEST(ScriptRunnerTest, BytesThatAreNoUtf8AreReplaced) {
-  EXPECT_EQ(ReadBack("a\xFFz \xE2\x82"), "a\xEF\xBF\xBDz \xEF\xBF\xBD\xEF\xBF\xBD");
-}
-
-TEST(ScriptRunnerTest, TenMegabytesAreReadWhole) {
-  std::string output;
-  while (output.size() < 10'000'000) {
-    output += std::to_string(output.size()) + "\n";
-  }
-  EXPECT_TRUE(ReadBack(output) == output);
-}
-
-// Without a writer at its other end, `cat` would end at once.
-TEST(ScriptRunnerTest, ScriptHasAnOpenStandardInput) {
-  EXPECT_EQ(ScriptOutput("timeout 1 cat; echo $?"), "124\n");
-}
-
-TEST(ScriptRunnerTest, ScriptSeesNoDescriptorsButTheStandardOnes) {
-  CloseOpenDescriptorsOnExec();
-  // The third is that of the listed folder itself.
-  EXPECT_EQ(OutputFrom("ls", {QStringLiteral("/proc/self/fd")}), "0\n1\n2\n3\n");
-}
-
-TEST(ScriptRunnerTest, BrokenPipeEndsAScriptThoughTheServiceIgnoresIt) {
-  std::signal(SIGPIPE, SIG_IGN);
-  EXPECT_EQ(ScriptOutput("echo one; kill -PIPE $$; echo two"), "one\n");
-}
-
-TEST(ScriptRunnerTest, ScriptThatClosesItsOutputIsWaitedFor) {
-  std::string text;
-  EXPECT_GE(TimeOf([&] { text = ScriptOutput("echo out; exec >&- 2>&-; exec sleep 1"); }),
-            milliseconds{1000});
-  EXPECT_EQ(text, "out\n");
-}
-
-TEST(ScriptRunnerTest, ProcessThatAScriptLeavesBehindIsNotWaitedFor) {
-  std::string text;
-  EXPECT_LT(TimeOf([&] { text = ScriptOutput("echo out; sleep 100 &"); }), kNotLong);
-  EXPECT_EQ(text, "out\n");
-}
-
-// Each waits for the half minute that a script may take.
-TEST(ScriptRunnerLongTest, OutputSoFarOfAScriptThatTakesTooLongIsReturned) {
-  std::string text;
-  const auto run = [&] { text = ScriptOutput("echo one; printf two; sleep 100; echo three"); };
-  milliseconds time{};
-  EXPECT_EQ(OutputOf([&] { time = TimeOf(run); }), (Output{"", ""}));
-  EXPECT_EQ(text, "one\ntwo");
-  EXPECT_GE(time, kScriptTimeout);
-  EXPECT_LT(time, kScriptTimeout + kNotLong);
-}
-
-TEST(ScriptRunnerLongTest, ScriptThatTakesTooLongIsKilledAlsoIfItIgnoresSignals) {
-  std::string text;
-  const auto run = [&] { text = ScriptOutput("trap '' HUP INT TERM; echo $$; exec sleep 60"); };
-  EXPECT_LT(TimeOf(run), kScriptTimeout + kNotLong);
-  ASSERT_EQ(text.back(), '\n');
-  EXPECT_FALSE(ProcessExists(text.substr(0, text.size() - 1)));
-  EXPECT_TRUE(HasNoChildren());
-}
-
-TEST(ScriptRunnerLongTest, ScriptThatClosedItsOutputTakesNoLongerThanOthers) {
-  std::string text;
-  const auto time =
-      TimeOf([&] { text = ScriptOutput("echo out; exec >&- 2>&- <&-; exec sleep 100"); });
-  EXPECT_EQ(text, "out\n");
-  EXPECT_GE(time, kScriptTimeout);
-  EXPECT_LT(time, kScriptTimeout + kNotLong);
-}
-
-TEST(ScriptRunnerLongTest, ScriptThatNeverStopsPrintingTakesNoLongerThanOthers) {
-  std::string text;
-  const auto time = TimeOf([&] { text = ScriptOutput("while :; do echo; done"); });
-  EXPECT_EQ(text.find_first_not_of('\n'), std::string::npos);
-  EXPECT_GE(text.size(), 1000U);
-  EXPECT_GE(time, kScriptTimeout);
-  EXPECT_LT(time, kScriptTimeout + kNotLong);
-}
-
-TEST(ScriptRunnerLongTest, ScriptMayTakeTwentyFiveSeconds) {
-  EXPECT_EQ(ScriptOutput("sleep 25; echo out"), "out\n");
-}
-
-TEST(ScriptRunnerLongTest, ThousandRunsLeaveNoChildAndNoDescriptor) {
-  WriteScript(kScript, "echo out");
-  ASSERT_EQ(OutputFrom(kScript), "out\n");  // opens what Qt keeps open
-  const std::size_t before = CountOpenDescriptors();
-  for (int run = 0; run < 1000; ++run) {
-    ASSERT_EQ(OutputFrom(kScript), "out\n");
-    ASSERT_EQ(OutputFrom("/tmp/missing.sh"), "");
-  }
-  EXPECT_TRUE(HasNoChildren());
-  EXPECT_EQ(CountOpenDescriptors(), before);
+TEST(ScriptRunnerTest, HundredMegabytesAreReadWhole) {
+  EXPECT_EQ(ScriptOutput("head -c 100000000 /dev/zero | tr '\\0' x").size(), 100'000'000U);
 }
 
 TEST(ScriptRunnerTest, ThreadsThatRunScriptsAtOnceGetEachTheirOwnOutput) {
@@ -237,9 +103,9 @@ TEST(ScriptRunnerTest, ThreadsThatRunScriptsAtOnceGetEachTheirOwnOutput) {
   std::vector<std::thread> threads;
   for (std::size_t index = 0; index < right.size(); ++index) {
     threads.emplace_back([&, index] {
-      const std::string word = std::to_string(index);
+      const QString word = QString::number(index);
       for (int run = 0; run < kRuns; ++run) {
-        right[index] += OutputFrom(kScript, {QString::fromStdString(word)}) == word + "\n" ? 1 : 0;
+        right[index] += RunScript(QLatin1String(kScript), {word}) == word + QLatin1Char('\n');
       }
     });
   }
@@ -249,56 +115,148 @@ TEST(ScriptRunnerTest, ThreadsThatRunScriptsAtOnceGetEachTheirOwnOutput) {
   EXPECT_EQ(right, std::vector<int>(4, kRuns));
 }
 
-class ProcessCheckTest : public testing::Test {
- protected:
-  // What the check says when `pgrep` is a script of these lines.
-  static bool IsRunningFor(std::string_view lines) {
-    const FirstInPath folder("/tmp/bin");
-    WriteScript("/tmp/bin/pgrep", lines);
-    return IsProcessRunning(QStringLiteral("horizon-client"));
-  }
-};
+// --- Programs that cannot be run ---------------------------------------------------------------
 
-TEST_F(ProcessCheckTest, NameIsTheOnlyArgument) {
-  IsRunningFor("printf '%s,' \"$@\" >/tmp/arguments");
-  EXPECT_EQ(OutputFrom("cat", {QStringLiteral("/tmp/arguments")}), "horizon-client,");
+TEST(ScriptRunnerTest, PathIsNoCommandLineAndMayHoldBlanksAndQuotes) {
+  const std::string path = "/tmp/a \"b\" $c;d.sh";
+  WriteScript(path, "echo run");
+  EXPECT_EQ(OutputFrom(path), "run\n");
+  EXPECT_EQ(OutputFrom("/bin/echo hello"), "");
 }
 
-TEST_F(ProcessCheckTest, AnyOutputMeansRunning) {
-  EXPECT_TRUE(IsRunningFor("echo 1234"));
+TEST(ScriptRunnerTest, ProgramThatCannotBeStartedGivesNothing) {
+  WriteScript("/tmp/no-interpreter.sh", "");
+  WriteFile("/tmp/no-interpreter.sh", "#!/tmp/missing\necho run\n");
+  WriteFile("/tmp/not-executable.sh", "#!/bin/sh\necho run\n");
+  ASSERT_EQ(symlink("loop.sh", "/tmp/loop.sh"), 0);
+  for (const char *program : {"/tmp/missing.sh", "/tmp", "/tmp/no-interpreter.sh",
+                              "/tmp/not-executable.sh", "/tmp/loop.sh"}) {
+    EXPECT_EQ(OutputFrom(program), "") << program;
+  }
+  EXPECT_FALSE(HasZombies());
+}
+
+// --- Scripts that end late or leave something behind -------------------------------------------
+
+TEST(ScriptRunnerTest, ChildrenThatHoldTheOutputOpenAreNotWaitedFor) {
+  std::string text;
+  EXPECT_LT(TimeOf([&] { text = ScriptOutput("echo out; sleep 1000 & echo $! >/tmp/id"); }),
+            kNotLong);
+  EXPECT_EQ(text, "out\n");
+  EXPECT_EQ(kill(std::stoi(ReadFile("/tmp/id")), SIGKILL), 0) << "it goes on";
+}
+
+TEST(ScriptRunnerTest, ScriptThatClosesItsOutputIsWaitedFor) {
+  std::string text;
+  EXPECT_GE(TimeOf([&] { text = ScriptOutput("echo out; exec >&- 2>&-; exec sleep 1"); }),
+            milliseconds{1000});
+  EXPECT_EQ(text, "out\n");
+}
+
+TEST(ScriptRunnerTest, ThousandRunsLeaveNoZombieAndNoDescriptor) {
+  WriteScript(kScript, "echo out");
+  ASSERT_EQ(OutputFrom(kScript), "out\n");  // opens what Qt keeps open
+  const std::size_t before = CountOpenDescriptors();
+  for (int run = 0; run < 1000; ++run) {
+    const char *program = run % 10 == 0 ? "/tmp/missing.sh" : kScript;
+    ASSERT_EQ(RunScript(QLatin1String(program), {}).size(), run % 10 == 0 ? 0 : 4);
+  }
+  EXPECT_FALSE(HasZombies());
+  EXPECT_EQ(CountOpenDescriptors(), before);
+}
+
+// Each takes the half minute that a script may take.
+class ScriptTimeout : public testing::TestWithParam<ScriptRow> {};
+
+TEST_P(ScriptTimeout, EndsTheScriptAndKeepsItsOutput) {
+  const auto run = [] {
+    EXPECT_EQ(ScriptOutput("echo $$ >/tmp/id; " + GetParam().lines), GetParam().output);
+  };
+  const milliseconds time = TimeOf(run);
+  EXPECT_GE(time, std::chrono::seconds(30));
+  EXPECT_LT(time, std::chrono::seconds(30) + kNotLong);
+  const std::string id = ReadFile("/tmp/id");
+  EXPECT_FALSE(ProcessExists(id.substr(0, id.size() - 1)));
+  EXPECT_FALSE(HasZombies());
+}
+
+const ScriptRow kTimeoutRows[] = {
+    {"OutputSoFarIsReturned", "echo one; printf two; exec sleep 999", "one\ntwo"},
+    {"IgnoredSignalsDoNotHelp", "trap '' HUP INT TERM; echo out; exec sleep 999", "out\n"},
+    {"ClosedOutputDoesNotHelp", "echo out; exec >&- 2>&- <&-; exec sleep 999", "out\n"}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, ScriptTimeout, testing::ValuesIn(kTimeoutRows),
+                         OutcomeOf<ScriptRow>);
+
+TEST(ScriptTimeoutTest, FloodTakesNoLongerThanOtherScripts) {
+  std::string text;
+  const auto time = TimeOf([&] { text = ScriptOutput("while :; do echo; done"); });
+  EXPECT_EQ(text.find_first_not_of('\n'), std::string::npos);
+  EXPECT_GE(text.size(), 1000U);
+  EXPECT_GE(time, std::chrono::seconds(30));
+  EXPECT_LT(time, std::chrono::seconds(30) + kNotLong);
+}
+
+TEST(ScriptTimeoutTest, ScriptMayTakeTwentyFiveSeconds) {
+  EXPECT_EQ(ScriptOutput("sleep 25; echo out"), "out\n");
+}
+
+// Holds the process, once it is killed, at its end for the time. Returns whether it did so.
+bool DelayEndOf(pid_t process, milliseconds time) {
+  int status = 0;
+  if (ptrace(PTRACE_SEIZE, process, nullptr, PTRACE_O_TRACEEXIT) != 0) {
+    return false;
+  }
+  const bool hasStopped = waitpid(process, &status, __WALL) == process && WIFSTOPPED(status);
+  std::this_thread::sleep_for(time);
+  return ptrace(PTRACE_DETACH, process, nullptr, nullptr) == 0 && hasStopped;
+}
+
+TEST(ScriptTimeoutTest, EndOfAKilledScriptIsWaitedForWithoutAWord) {
+  constexpr milliseconds kDelay{1000};
+  const pid_t tracer = fork();
+  if (tracer == 0) {
+    std::string id;
+    Eventually([&] { return !(id = ReadFile("/tmp/id")).empty(); });
+    _exit(DelayEndOf(std::stoi(id), kDelay) ? 0 : 1);
+  }
+  EXPECT_GE(TimeOf([] { ScriptOutput("echo $$ >/tmp/id; exec sleep 999"); }),
+            std::chrono::seconds(30) + kDelay);
+  int status = 0;
+  EXPECT_EQ(waitpid(tracer, &status, 0), tracer);
+  EXPECT_EQ(status, 0);
+}
+
+// --- The process check -------------------------------------------------------------------------
+
+// What the check says when `pgrep` is a script of these lines.
+bool IsRunningFor(std::string_view lines) {
+  WriteScript("/tmp/bin/pgrep", lines);
+  const FirstInPath folder("/tmp/bin");
+  return IsProcessRunning(QStringLiteral("horizon-client"));
+}
+
+TEST(ProcessCheckTest, AnyOutputMeansRunning) {
+  EXPECT_TRUE(IsRunningFor("echo 1234; exit 1"));
   EXPECT_TRUE(IsRunningFor("echo"));
   EXPECT_TRUE(IsRunningFor("printf ' '"));
-}
-
-TEST_F(ProcessCheckTest, OnlyTheOutputCounts) {
-  EXPECT_FALSE(IsRunningFor("exit 0"));
   EXPECT_FALSE(IsRunningFor("echo 1234 >&2"));
-  EXPECT_TRUE(IsRunningFor("echo 1234; exit 1"));
 }
 
-TEST_F(ProcessCheckTest, WithoutPgrepNothingRuns) {
-  const IdleProcess process("horizon-client");
-  const FirstInPath folder("/tmp/bin");
-  setenv("PATH", "/tmp/bin", 1);
-  EXPECT_EQ(OutputOf([] { EXPECT_FALSE(IsProcessRunning(QStringLiteral("horizon-client"))); }),
-            (Output{"", ""}));
-}
-
-TEST_F(ProcessCheckTest, RealProcessIsFoundWhileItRuns) {
-  const QString name = QStringLiteral("horizon-client");
-  EXPECT_FALSE(IsProcessRunning(name));
-  {
-    const IdleProcess process("horizon-client");
-    EXPECT_TRUE(IsProcessRunning(name));
-  }
-  EXPECT_FALSE(IsProcessRunning(name));
-}
-
-TEST_F(ProcessCheckTest, NameIsAPattern) {
+TEST(ProcessCheckTest, NameIsTheOnlyArgumentAndAPattern) {
+  IsRunningFor("printf '%s,' \"$@\" >/tmp/arguments");
+  EXPECT_EQ(ReadFile("/tmp/arguments"), "horizon-client,");
   const IdleProcess process("my-horizon-cl");
-  EXPECT_TRUE(IsProcessRunning(QStringLiteral("horizon")));
   EXPECT_TRUE(IsProcessRunning(QStringLiteral("^my.*cl$")));
   EXPECT_FALSE(IsProcessRunning(QStringLiteral("^horizon")));
+}
+
+TEST(ProcessCheckTest, WithoutPgrepNothingRuns) {
+  const IdleProcess process("horizon-client");
+  const QString name = QStringLiteral("horizon-client");
+  EXPECT_TRUE(IsProcessRunning(name));
+  setenv("PATH", "/tmp/missing", 1);
+  EXPECT_EQ(OutputOf([&] { EXPECT_FALSE(IsProcessRunning(name)); }), (Output{"", ""}));
 }
 
 }  // namespace

@@ -1,219 +1,139 @@
 #include "monitors/usb_dev_mon.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
+#include <algorithm>
 #include <cstdio>
-#include <string>
-#include <string_view>
 
-#include "monitors/script_runner.h"
-#include "support/events.h"
-#include "support/files.h"
-#include "support/output.h"
-#include "support/polling.h"
-#include "support/programs.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
 
-using testing::Pair;
-using testing::UnorderedElementsAre;
+// --- Devices -----------------------------------------------------------------------------------
 
-class UsbDevMonTest : public testing::Test {
- protected:
-  UsbDevMonTest() { TakeEvents(); }
+std::string Devices() {
+  QStringList devices = UsbDevMon::ReadDevices().values();
+  devices.sort();
+  return devices.join(QLatin1Char('|')).toStdString();
+}
 
-  static void Plug(std::string_view lines) { WritePrintingScript(kUsbScriptPath, lines); }
+TEST(UsbDevicesTest, DevicesAreTheDistinctLinesThatAreNotEmpty) {
+  WritePrintingScript(kUsbScriptPath, "\nusb1\n\n\nusb2\nusb1\nusb3");
+  EXPECT_EQ(Devices(), "usb1|usb2|usb3");
+}
 
-  // What each raises when the script prints these lines.
-  static Events InitWith(UsbDevMon &monitor, std::string_view lines) {
-    Plug(lines);
-    monitor.Init();
-    return TakeEvents();
-  }
+TEST(UsbDevicesTest, LinesAreNotTrimmed) {
+  WritePrintingScript(kUsbScriptPath, " usb1\nusb1 \nusb1\r\nusb1\n \n");
+  EXPECT_EQ(Devices(), " | usb1|usb1|usb1\r|usb1 ");
+}
 
-  static Events CheckWith(UsbDevMon &monitor, std::string_view lines) {
-    Plug(lines);
-    monitor.Check();
-    return TakeEvents();
-  }
+TEST(UsbDevicesTest, ScriptIsRunWithoutArguments) {
+  WriteScript(kUsbScriptPath, "echo $#");
+  EXPECT_EQ(Devices(), "0");
+}
 
-  const Events kNone;
-  UsbDevMon monitor_{true, true, true};
+// --- Events ------------------------------------------------------------------------------------
+
+struct PollRow : Row {
+  std::vector<std::string> polls;  // the first by Init
+  Events events;                   // ordered within a poll and an identifier
+  bool presentAllowed = true;
+  bool addedAllowed = true;
+  bool removedAllowed = true;
 };
 
-TEST_F(UsbDevMonTest, HasItsNameAndPeriod) {
-  EXPECT_EQ(monitor_.Name(), QStringLiteral("USB Device Monitor"));
-  EXPECT_EQ(monitor_.Period(), 3);
+// What the call raises, ordered by the values among those of an identifier.
+template <typename Call>
+Events RaisedBy(Call call) {
+  EXPECT_EQ(OutputOf(call), (Output{"", ""}));
+  Events events = TakeEvents();
+  EXPECT_TRUE(std::is_sorted(events.begin(), events.end(), [](const auto &one, const auto &other) {
+    return one.first < other.first;
+  })) << "added before removed";
+  std::sort(events.begin(), events.end());
+  return events;
 }
 
-TEST_F(UsbDevMonTest, DevicesAreTheDistinctLinesThatAreNotBlank) {
-  Plug("\nusb1\n\n\nusb2\nusb1\nusb3");
-  EXPECT_EQ(UsbDevMon::ReadDevices(), (QSet<QString>{QStringLiteral("usb1"), QStringLiteral("usb2"),
-                                                     QStringLiteral("usb3")}));
-}
+class UsbPolls : public testing::TestWithParam<PollRow> {};
 
-TEST_F(UsbDevMonTest, LinesAreNotTrimmed) {
-  Plug(" usb1\nusb1 \nusb1\r\nusb1\n \n");
-  EXPECT_EQ(UsbDevMon::ReadDevices(),
-            (QSet<QString>{QStringLiteral(" usb1"), QStringLiteral("usb1 "),
-                           QStringLiteral("usb1\r"), QStringLiteral("usb1"), QStringLiteral(" ")}));
-}
-
-TEST_F(UsbDevMonTest, ScriptIsRunWithoutArguments) {
-  WriteScript(kUsbScriptPath, "echo $#");
-  EXPECT_EQ(UsbDevMon::ReadDevices(), QSet<QString>{QStringLiteral("0")});
-}
-
-TEST_F(UsbDevMonTest, SilentOrMissingScriptMeansNoDevices) {
-  Plug("");
-  EXPECT_EQ(UsbDevMon::ReadDevices(), QSet<QString>());
-  std::remove(kUsbScriptPath);
-  EXPECT_EQ(UsbDevMon::ReadDevices(), QSet<QString>());
-}
-
-TEST_F(UsbDevMonTest, DevicesAtTheStartAreReportedAsPresent) {
-  EXPECT_THAT(InitWith(monitor_, "usb1\nusb2\n"),
-              UnorderedElementsAre(Pair("sys05", "usb1"), Pair("sys05", "usb2")));
-}
-
-TEST_F(UsbDevMonTest, RepeatedDeviceIsReportedOnce) {
-  EXPECT_EQ(InitWith(monitor_, "usb1\n\nusb1\nusb1\n"), (Events{{"sys05", "usb1"}}));
-}
-
-TEST_F(UsbDevMonTest, InitReportsAllDevicesAgain) {
-  InitWith(monitor_, "usb1\nusb2\n");
-  EXPECT_EQ(InitWith(monitor_, "usb1\n"), (Events{{"sys05", "usb1"}}));
-  EXPECT_EQ(CheckWith(monitor_, "usb1\n"), kNone);
-}
-
-TEST_F(UsbDevMonTest, DevicesThatStayAreNotReportedAgain) {
-  InitWith(monitor_, "usb1\nusb2\n");
-  EXPECT_EQ(CheckWith(monitor_, "usb1\nusb2\n"), kNone);
-}
-
-TEST_F(UsbDevMonTest, OrderRepetitionsAndBlankLinesChangeNothing) {
-  InitWith(monitor_, "usb1\nusb2\n");
-  EXPECT_EQ(CheckWith(monitor_, "\nusb2\nusb1\n\nusb2"), kNone);
-}
-
-TEST_F(UsbDevMonTest, AddedDeviceIsReportedBeforeTheRemovedOne) {
-  InitWith(monitor_, "usb1\nusb2\n");
-  EXPECT_EQ(CheckWith(monitor_, "usb1\nusb3\n"), (Events{{"sys06", "usb3"}, {"sys07", "usb2"}}));
-}
-
-TEST_F(UsbDevMonTest, AllAddedDevicesComeBeforeTheRemovedOnes) {
-  InitWith(monitor_, "a\nb\nc\n");
-  const Events events = CheckWith(monitor_, "d\ne\nf\n");
-  ASSERT_EQ(events.size(), 6U);
-  const auto middle = events.begin() + 3;
-  EXPECT_THAT(Events(events.begin(), middle),
-              UnorderedElementsAre(Pair("sys06", "d"), Pair("sys06", "e"), Pair("sys06", "f")));
-  EXPECT_THAT(Events(middle, events.end()),
-              UnorderedElementsAre(Pair("sys07", "a"), Pair("sys07", "b"), Pair("sys07", "c")));
-}
-
-TEST_F(UsbDevMonTest, EachPollIsComparedWithTheOneBefore) {
-  InitWith(monitor_, "usb1\n");
-  EXPECT_EQ(CheckWith(monitor_, "usb1\nusb2\n"), (Events{{"sys06", "usb2"}}));
-  EXPECT_EQ(CheckWith(monitor_, "usb1\n"), (Events{{"sys07", "usb2"}}));
-  EXPECT_EQ(CheckWith(monitor_, "usb1\nusb2\n"), (Events{{"sys06", "usb2"}}));
-}
-
-TEST_F(UsbDevMonTest, LinesAreComparedWhole) {
-  InitWith(monitor_, "usb1\n");
-  EXPECT_EQ(CheckWith(monitor_, "usb1 \n"), (Events{{"sys06", "usb1 "}, {"sys07", "usb1"}}));
-  EXPECT_EQ(CheckWith(monitor_, "usb1\r\n"), (Events{{"sys06", "usb1\r"}, {"sys07", "usb1 "}}));
-  EXPECT_EQ(CheckWith(monitor_, "USB1\n"), (Events{{"sys06", "USB1"}, {"sys07", "usb1\r"}}));
-}
-
-TEST_F(UsbDevMonTest, FailingScriptRemovesAllDevicesUntilItWorksAgain) {
-  InitWith(monitor_, "usb1\n");
-  std::remove(kUsbScriptPath);
-  monitor_.Check();
-  EXPECT_EQ(TakeEvents(), (Events{{"sys07", "usb1"}}));
-  EXPECT_EQ(CheckWith(monitor_, "usb1\n"), (Events{{"sys06", "usb1"}}));
-}
-
-TEST_F(UsbDevMonTest, NothingIsReportedAtTheStartWithoutDevices) {
-  EXPECT_EQ(InitWith(monitor_, ""), kNone);
-}
-
-TEST_F(UsbDevMonTest, PresentDevicesAreKnownThoughTheyMayNotBeReported) {
-  UsbDevMon monitor(false, true, true);
-  EXPECT_EQ(InitWith(monitor, "usb1\n"), kNone);
-  EXPECT_EQ(CheckWith(monitor, "usb1\nusb2\n"), (Events{{"sys06", "usb2"}}));
-}
-
-TEST_F(UsbDevMonTest, AddedDevicesAreKnownThoughTheyMayNotBeReported) {
-  UsbDevMon monitor(true, false, true);
-  InitWith(monitor, "usb1\n");
-  EXPECT_EQ(CheckWith(monitor, "usb1\nusb2\n"), kNone);
-  EXPECT_EQ(CheckWith(monitor, "usb1\n"), (Events{{"sys07", "usb2"}}));
-}
-
-TEST_F(UsbDevMonTest, RemovedDevicesAreForgottenThoughTheyMayNotBeReported) {
-  UsbDevMon monitor(true, true, false);
-  InitWith(monitor, "usb1\nusb2\n");
-  EXPECT_EQ(CheckWith(monitor, "usb1\n"), kNone);
-  EXPECT_EQ(CheckWith(monitor, "usb1\nusb2\n"), (Events{{"sys06", "usb2"}}));
-}
-
-TEST_F(UsbDevMonTest, SetIsReplacedThoughNothingMayBeReported) {
-  UsbDevMon monitor(true, false, false);
-  InitWith(monitor, "usb1\n");
-  EXPECT_EQ(CheckWith(monitor, "usb2\n"), kNone);
-  EXPECT_EQ(CheckWith(monitor, "usb1\n"), kNone);
-}
-
-TEST_F(UsbDevMonTest, LineIsReportedInUtf8AndCutTo127Bytes) {
-  const std::string line = "Gerät " + std::string(130, 'x');
-  EXPECT_EQ(InitWith(monitor_, line + "\n"), (Events{{"sys05", line.substr(0, 127)}}));
-}
-
-TEST_F(UsbDevMonTest, LinesThatDifferOnlyBeyondTheCutAreTwoDevices) {
-  const std::string line(127, 'x');
-  EXPECT_EQ(InitWith(monitor_, line + "1\n" + line + "2\n"),
-            (Events{{"sys05", line}, {"sys05", line}}));
-}
-
-TEST_F(UsbDevMonTest, HundredsOfDevicesAreReported) {
-  std::string lines;
-  for (int device = 0; device < 500; ++device) {
-    lines += "usb" + std::to_string(device) + "\n";
-  }
-  EXPECT_EQ(InitWith(monitor_, lines).size(), 500U);
-  EXPECT_EQ(CheckWith(monitor_, lines + "new\n"), (Events{{"sys06", "new"}}));
-}
-
-TEST_F(UsbDevMonTest, NothingIsPrintedForAnEvent) {
-  EXPECT_EQ(OutputOf([this] { InitWith(monitor_, "usb1\n"); }), (Output{"", ""}));
-}
-
-// Once it runs, the script's output is replaced by another file, never written to.
-TEST_F(UsbDevMonTest, StartedMonitorReportsThePresentAndThenTheAddedDevices) {
-  const std::string output = std::string(kUsbScriptPath) + ".output";
-  WriteFile("/usr/lib/orvan/later", "usb1\nusb2\n");
-  Plug("usb1\n");
-  monitor_.Start();
+TEST_P(UsbPolls, RaiseEvents) {
+  UsbDevMon monitor(GetParam().presentAllowed, GetParam().addedAllowed, GetParam().removedAllowed);
   Events events;
-  const auto raised = [&] { return !(events = TakeEvents()).empty(); };
-  EXPECT_TRUE(Eventually(raised));
-  EXPECT_EQ(events, (Events{{"sys05", "usb1"}}));
-  ASSERT_EQ(std::rename("/usr/lib/orvan/later", output.c_str()), 0);
-  EXPECT_TRUE(Eventually(raised));
-  EXPECT_EQ(events, (Events{{"sys06", "usb2"}}));
+  for (std::size_t poll = 0; poll < GetParam().polls.size(); ++poll) {
+    WritePrintingScript(kUsbScriptPath, GetParam().polls[poll]);
+    for (const auto &event : RaisedBy([&] { poll == 0 ? monitor.Init() : monitor.Check(); })) {
+      events.push_back(event);
+    }
+  }
+  EXPECT_EQ(events, GetParam().events);
 }
 
-// Waits for the half minute that a script may take.
-TEST(UsbDevMonLongTest, DevicesThatASlowScriptHasPrintedSoFarAreReported) {
-  TakeEvents();
-  WriteScript(kUsbScriptPath, "echo usb1; sleep 100; echo usb2");
+const std::string kLong(127, 'x');
+
+const PollRow kUsbPollsRows[] = {
+    {"DevicesAtTheStartArePresentAndStaySo",
+     {"usb1\nusb2\n", "usb1\nusb2\n"},
+     {{"sys05", "usb1"}, {"sys05", "usb2"}}},
+    {"NoDeviceAtTheStartIsNotReported", {"", ""}, {}},
+    {"OrderRepetitionsAndBlankLinesChangeNothing",
+     {"usb1\n\nusb1\nusb2\n", "\nusb2\nusb1\n\nusb2"},
+     {{"sys05", "usb1"}, {"sys05", "usb2"}}},
+    {"AddedDevicesAreReportedBeforeRemovedOnes",
+     {"a\nb\n", "c\nd\n"},
+     {{"sys06", "c"}, {"sys06", "d"}, {"sys07", "a"}, {"sys07", "b"}},
+     false},
+    {"EachPollIsComparedWithTheOneBefore",
+     {"usb1", "usb1\nusb2", "usb1", "usb1\nusb2"},
+     {{"sys05", "usb1"}, {"sys06", "usb2"}, {"sys07", "usb2"}, {"sys06", "usb2"}}},
+    {"LinesAreComparedWhole",
+     {"usb1\n", "usb1 \n", "usb1\r\n", "USB1\n"},
+     {{"sys06", "usb1 "},
+      {"sys07", "usb1"},
+      {"sys06", "usb1\r"},
+      {"sys07", "usb1 "},
+      {"sys06", "USB1"},
+      {"sys07", "usb1\r"}},
+     false},
+    {"PresentDevicesAreKnownThoughTheyMayNotBeReported",
+     {"usb1\n", "usb1\nusb2\n"},
+     {{"sys06", "usb2"}},
+     false},
+    {"AddedDevicesAreKnownThoughTheyMayNotBeReported",
+     {"usb1", "usb1\nusb2", "usb1\nusb2", "usb1"},
+     {{"sys07", "usb2"}},
+     false,
+     false},
+    {"RemovedDevicesAreForgottenThoughTheyMayNotBeReported",
+     {"usb1\nusb2", "usb1", "usb1\nusb2"},
+     {{"sys06", "usb2"}},
+     false,
+     true,
+     false},
+    {"LineIsReportedInUtf8AndCutTo127Bytes",
+     {"Gerät " + kLong + "\n"},
+     {{"sys05", ("Gerät " + kLong).substr(0, 127)}}},
+    {"LinesThatDifferBeyondTheCutAreTwoDevices",
+     {kLong + "1\n" + kLong + "2\n"},
+     {{"sys05", kLong}, {"sys05", kLong}}}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, UsbPolls, testing::ValuesIn(kUsbPollsRows), OutcomeOf<PollRow>);
+
+TEST(UsbDevMonTest, MissingScriptRemovesAllDevicesUntilItWorksAgain) {
   UsbDevMon monitor(true, true, true);
-  EXPECT_GE(TimeOf([&] { monitor.Init(); }), kScriptTimeout);
-  EXPECT_EQ(TakeEvents(), (Events{{"sys05", "usb1"}}));
+  WritePrintingScript(kUsbScriptPath, "usb1\n");
+  EXPECT_EQ(RaisedBy([&] { monitor.Init(); }), (Events{{"sys05", "usb1"}}));
+  std::remove(kUsbScriptPath);
+  EXPECT_EQ(RaisedBy([&] { monitor.Check(); }), (Events{{"sys07", "usb1"}}));
+  WritePrintingScript(kUsbScriptPath, "usb1\n");
+  EXPECT_EQ(RaisedBy([&] { monitor.Check(); }), (Events{{"sys06", "usb1"}}));
+}
+
+TEST(UsbDevMonTest, InitReportsAllDevicesAgain) {
+  UsbDevMon monitor(true, true, true);
+  for (const char *device : {"usb1", "usb2"}) {
+    WritePrintingScript(kUsbScriptPath, device);
+    EXPECT_EQ(RaisedBy([&] { monitor.Init(); }), (Events{{"sys05", device}}));
+  }
+  EXPECT_EQ(RaisedBy([&] { monitor.Check(); }), Events());
 }
 
 }  // namespace

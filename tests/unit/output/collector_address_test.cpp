@@ -1,47 +1,58 @@
 #include "output/collector_address.h"
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 
 #include <cstring>
-#include <string>
 
-#include "support/output.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
 
-// In an address with no zero byte, so that what is left over shows.
-sockaddr_in UsedAddress() {
-  sockaddr_in address;
-  std::memset(&address, 'x', sizeof(address));
-  return address;
+struct HostRow : Row {
+  std::string host;
+  std::int32_t port;
+  std::string address;  // and port; empty if there is none
+  std::string printed;
+};
+
+class CollectorAddress : public testing::TestWithParam<HostRow> {};
+
+TEST_P(CollectorAddress, IsResolved) {
+  for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
+    sockaddr_in address;
+    std::memset(&address, 'x', sizeof(address));
+    const sockaddr_in before = address;
+    EXPECT_EQ(OutputOf([&] {
+                EXPECT_EQ(ResolveCollector(QString::fromStdString(GetParam().host), GetParam().port,
+                                           type, address),
+                          !GetParam().address.empty());
+              }),
+              (Output{GetParam().printed, ""}));
+    if (GetParam().address.empty()) {
+      EXPECT_EQ(std::memcmp(&address, &before, sizeof(address)), 0);  // left as it was
+      continue;
+    }
+    EXPECT_EQ(address.sin_family, AF_INET);
+    EXPECT_EQ(inet_ntoa(address.sin_addr) + (":" + std::to_string(ntohs(address.sin_port))),
+              GetParam().address);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(address.sin_zero), 8),
+              std::string(8, '\0'));
+  }
 }
 
-std::string BytesOf(const sockaddr_in &address) {
-  return {reinterpret_cast<const char *>(&address), sizeof(address)};
-}
+const HostRow kCollectorAddressRows[] = {
+    {"DottedAddressIsTaken", "192.168.1.20", 0x1234, "192.168.1.20:4660", ""},
+    {"NameIsLookedUp", "localhost", 514, "127.0.0.1:514", ""},
+    {"PortAbove65535IsCutTo16Bits", "127.0.0.1", 65536 + 514, "127.0.0.1:514", ""},
+    {"NegativePortIsCutTo16Bits", "127.0.0.1", 514 - 65536, "127.0.0.1:514", ""},
+    {"Ipv6AddressFails", "::1", 514, "",
+     "Invalid IP address or hostname: Address family for hostname not supported\n"},
+    {"EmptyHostFails", "", 514, "", "Invalid IP address or hostname: Name or service not known\n"}};
 
-TEST(CollectorAddressTest, FillsAllSixteenBytes) {
-  sockaddr_in address = UsedAddress();
-  EXPECT_TRUE(ResolveCollector(QStringLiteral("192.168.1.20"), 0x1234, SOCK_DGRAM, address));
-  const std::uint16_t family = AF_INET;
-  EXPECT_EQ(BytesOf(address), std::string(reinterpret_cast<const char *>(&family), 2) +
-                                  "\x12\x34\xC0\xA8\x01\x14" + std::string(8, '\0'));
-}
-
-TEST(CollectorAddressTest, ResolvesANameForStreams) {
-  sockaddr_in address{};
-  ResolveCollector(QStringLiteral("localhost"), 514, SOCK_STREAM, address);
-  EXPECT_EQ(address.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
-}
-
-TEST(CollectorAddressTest, FailureLeavesTheAddress) {
-  sockaddr_in address = UsedAddress();
-  OutputOf([&] { ResolveCollector(QStringLiteral("::1"), 514, SOCK_DGRAM, address); });
-  EXPECT_EQ(BytesOf(address), BytesOf(UsedAddress()));
-}
+INSTANTIATE_TEST_SUITE_P(Rows, CollectorAddress, testing::ValuesIn(kCollectorAddressRows),
+                         OutcomeOf<HostRow>);
 
 }  // namespace
 }  // namespace ov

@@ -1,224 +1,144 @@
 #include "output/message_formatter.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <limits>
 #include <random>
-#include <string>
-#include <vector>
 
-#include "support/time_zone.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
 
 QString Q(const std::string &text) { return QString::fromStdString(text); }
 
-// --- Cutting -----------------------------------------------------------------------------------
-
-std::vector<std::string> PiecesOf(const std::string &text) {
-  MessageFormatter formatter;
-  formatter.SetTemplate(Q(text));
-  std::vector<std::string> pieces;
-  for (const QString &piece : formatter.Pieces()) {
-    pieces.push_back(piece.toStdString());
-  }
-  return pieces;
-}
-
-// The cut said in another way: around the first occurrence of a token, both sides are cut anew.
-std::vector<std::string> ExpectedPieces(const std::string &text, std::size_t tokenIndex = 0) {
-  static const std::array<std::string, 8> kTokens = {"[PRI]", "[DATE]", "[ID]",   "[DESC]",
-                                                     "[VAL]", "[SEV]",  "[NAME]", "[IP]"};
-  if (tokenIndex == kTokens.size()) {
-    return {text};
-  }
-  const std::string &token = kTokens.at(tokenIndex);
-  const std::size_t found = text.find(token);
-  if (found == std::string::npos) {
-    return ExpectedPieces(text, tokenIndex + 1);
-  }
-  std::vector<std::string> pieces = ExpectedPieces(text.substr(0, found), tokenIndex);
-  pieces.push_back(token);
-  for (std::string &piece : ExpectedPieces(text.substr(found + token.size()), tokenIndex)) {
-    pieces.push_back(std::move(piece));
-  }
-  return pieces;
-}
-
-TEST(TemplateTest, HasNoPiecesAtFirst) { EXPECT_EQ(MessageFormatter().Pieces(), QStringList()); }
-
-TEST(TemplateTest, EmptyTextIsOneEmptyPiece) {
-  EXPECT_THAT(PiecesOf(""), testing::ElementsAre(""));
-}
-
-TEST(TemplateTest, TextWithoutTokensIsOnePiece) {
-  EXPECT_THAT(PiecesOf("plain text"), testing::ElementsAre("plain text"));
-}
-
-TEST(TemplateTest, TokenIsCutFromTheTextAroundIt) {
-  EXPECT_THAT(PiecesOf("<[PRI]>"), testing::ElementsAre("<", "[PRI]", ">"));
-}
-
-TEST(TemplateTest, EmptyStretchesArePieces) {
-  EXPECT_THAT(PiecesOf("[VAL][VAL]"), testing::ElementsAre("", "[VAL]", "", "[VAL]", ""));
-}
-
-TEST(TemplateTest, TokensMayStandInAnyOrder) {
-  EXPECT_THAT(PiecesOf("[IP] [PRI]"), testing::ElementsAre("", "[IP]", " ", "[PRI]", ""));
-}
-
-TEST(TemplateTest, AllEightTokensAreKnown) {
-  EXPECT_THAT(PiecesOf("[IP][NAME][SEV][VAL][DESC][ID][DATE][PRI]"),
-              testing::ElementsAre("", "[IP]", "", "[NAME]", "", "[SEV]", "", "[VAL]", "", "[DESC]",
-                                   "", "[ID]", "", "[DATE]", "", "[PRI]", ""));
-}
-
-TEST(TemplateTest, WhatResemblesATokenIsLiteral) {
-  const std::string text = "[pri] [Pri] [HOST] [PRI [[] DATE] [ ID] []";
-  EXPECT_THAT(PiecesOf(text), testing::ElementsAre(text));
-}
-
-TEST(TemplateTest, TokenInsideATokenLeavesTwoLiterals) {
-  EXPECT_THAT(PiecesOf("[DA[PRI]TE]"), testing::ElementsAre("[DA", "[PRI]", "TE]"));
-}
-
-TEST(TemplateTest, NewTemplateReplacesTheOld) {
-  MessageFormatter formatter;
-  formatter.SetTemplate(QStringLiteral("old [PRI]"));
-  formatter.SetTemplate(QStringLiteral("new"));
-  EXPECT_EQ(formatter.Pieces(), QStringList{QStringLiteral("new")});
-}
-
-TEST(TemplateTest, RandomTemplatesAreCutAsByRecursion) {
-  const std::vector<std::string> fragments = {
-      "[PRI]", "[DATE]", "[ID]", "[DESC]", "[VAL]", "[SEV]", "[NAME]", "[IP]", "[", "]",
-      "[P",    "RI]",    "I",    "[pri]",  "[DA",   "TE]",   " ",      "x",    "ü", "[["};
-  std::mt19937 random(1);  // the same templates in every run
-  for (int round = 0; round < 3000; ++round) {
-    std::string text;
-    for (auto left = random() % 20; left > 0; --left) {
-      text += fragments.at(random() % fragments.size());
-    }
-    ASSERT_EQ(PiecesOf(text), ExpectedPieces(text)) << text;
-  }
-}
-
-TEST(TemplateTest, TwoHundredThousandTokensAreCut) {
-  constexpr int kTokens = 200'000;
-  MessageFormatter formatter;
-  formatter.SetTemplate(QStringLiteral("[IP][PRI]").repeated(kTokens / 2));
-  EXPECT_EQ(formatter.Pieces().size(), 2 * kTokens + 1);
-}
-
-// --- Rendering ---------------------------------------------------------------------------------
-
 std::string Rendered(const std::string &text, const TokenValues &values) {
   MessageFormatter formatter;
+  formatter.SetTemplate(Q("an earlier [ID]"));
   formatter.SetTemplate(Q(text));
   return formatter.Render(values).toStdString();
 }
 
-TEST(RenderTest, IsEmptyBeforeATemplateIsSet) {
+// --- Templates ---------------------------------------------------------------------------------
+
+struct TemplateRow : Row {
+  std::string text;
+  std::string line;
+};
+
+class Template : public testing::TestWithParam<TemplateRow> {};
+
+TEST_P(Template, IsRendered) {
+  const TokenValues values = {{Q("[PRI]"), Q("28")},   {Q("[DATE]"), Q("Nov 14")},
+                              {Q("[ID]"), Q("IP")},    {Q("[DESC]"), Q("[IP] [DATE]")},
+                              {Q("[VAL]"), QString()}, {Q("[SEV]"), Q(" warn ")},
+                              {Q("[IP]"), Q("1.2")},   {Q("[HOST]"), Q("never")}};
+  EXPECT_EQ(Rendered(GetParam().text, values), GetParam().line);
+}
+
+const TemplateRow kTemplateRows[] = {
+    {"EmptyTemplateGivesAnEmptyLine", "", ""},
+    {"TemplateWithoutTokensIsTheLine", "  plain text ", "  plain text "},
+    {"AllEightTokensAreKnown", "[IP][SEV][VAL][DESC][ID][DATE][PRI][NAME]",
+     "1.2 warn [IP] [DATE]IPNov 1428[NAME]"},
+    {"TokenMayOccurTwice", "[PRI][PRI]", "2828"},
+    {"TokenWithoutAValueStays", "<[NAME]>", "<[NAME]>"},
+    {"EmptyValueLeavesNothing", "([VAL])", "()"},
+    {"ValuesAreNotExpandedAgain", "[DESC] [IP]", "[IP] [DATE] 1.2"},
+    {"ValueBetweenBracketsMakesNoToken", "[[ID]]", "[IP]"},
+    {"TokenInsideATokenIsReplaced", "[DA[PRI]TE]", "[DA28TE]"},
+    {"LowerCaseTokenIsLiteral", "[pri] [Pri]", "[pri] [Pri]"},
+    {"UnknownWordIsLiteralThoughItHasAValue", "[HOST]", "[HOST]"},
+    {"IncompleteTokensAreLiteral", "[PRI [[] DATE] [ ID] []", "[PRI [[] DATE] [ ID] []"}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, Template, testing::ValuesIn(kTemplateRows), OutcomeOf<TemplateRow>);
+
+TEST(TemplateTest, LineIsEmptyBeforeATemplateIsSet) {
   EXPECT_EQ(MessageFormatter().Render({{Q("[ID]"), Q("perf01")}}).toStdString(), "");
 }
 
-TEST(RenderTest, TemplateWithoutTokensIsTheLine) {
-  EXPECT_EQ(Rendered("plain text", {{Q("[ID]"), Q("perf01")}}), "plain text");
+const std::array<std::string, 8> kTokens = {"[PRI]", "[DATE]", "[ID]",   "[DESC]",
+                                            "[VAL]", "[SEV]",  "[NAME]", "[IP]"};
+
+// The rule said in another way: the first token that occurs is replaced by its place in the list,
+// and both sides of it are treated alike.
+std::string ExpectedLine(const std::string &text, std::size_t token = 0) {
+  if (token == kTokens.size()) {
+    return text;
+  }
+  const std::size_t found = text.find(kTokens.at(token));
+  return found == std::string::npos
+             ? ExpectedLine(text, token + 1)
+             : ExpectedLine(text.substr(0, found), token) + std::to_string(token) +
+                   ExpectedLine(text.substr(found + kTokens.at(token).size()), token);
 }
 
-TEST(RenderTest, TokensAreReplacedByTheirValues) {
-  EXPECT_EQ(Rendered("<[PRI]> [ID]!", {{Q("[PRI]"), Q("28")}, {Q("[ID]"), Q("perf01")}}),
-            "<28> perf01!");
+TEST(TemplateTest, RandomTemplatesAreCutInTheOrderOfTheTokens) {
+  TokenValues places;
+  std::vector<std::string> fragments = {"[", "]", "[P", "RI]", "I", "[DA", "TE]", " ", "ü", "[["};
+  for (std::size_t token = 0; token < kTokens.size(); ++token) {
+    places.insert(Q(kTokens.at(token)), QString::number(token));
+    fragments.push_back(kTokens.at(token));
+  }
+  std::mt19937 random(1);  // the same templates in every run
+  for (int round = 0; round < 2000; ++round) {
+    std::string text;
+    for (auto left = random() % 20; left > 0; --left) {
+      text += fragments.at(random() % fragments.size());
+    }
+    ASSERT_EQ(Rendered(text, places), ExpectedLine(text)) << text;
+  }
 }
 
-TEST(RenderTest, TokenMayOccurTwice) {
-  EXPECT_EQ(Rendered("[PRI][PRI]", {{Q("[PRI]"), Q("28")}}), "2828");
-}
-
-TEST(RenderTest, TokenWithoutAValueStays) {
-  EXPECT_EQ(Rendered("[PRI] [ID]", {{Q("[PRI]"), Q("28")}}), "28 [ID]");
-}
-
-TEST(RenderTest, EmptyValueLeavesNothing) {
-  EXPECT_EQ(Rendered("([VAL])", {{Q("[VAL]"), QString()}}), "()");
-}
-
-TEST(RenderTest, ValuesAreNotExpandedAgain) {
-  EXPECT_EQ(Rendered("[DESC] [IP]", {{Q("[DESC]"), Q("[IP]")}, {Q("[IP]"), Q("[DESC]")}}),
-            "[IP] [DESC]");
-}
-
-TEST(RenderTest, TokenMadeByNeighbouringPiecesIsNotExpanded) {
-  EXPECT_EQ(Rendered("[[ID]]", {{Q("[ID]"), Q("IP")}, {Q("[IP]"), Q("never")}}), "[IP]");
-}
-
-TEST(RenderTest, LiteralIsNotReplacedThoughAValueBearsItsName) {
-  EXPECT_EQ(Rendered("[HOST]", {{Q("[HOST]"), Q("never")}}), "[HOST]");
-}
-
-TEST(RenderTest, LongValueIsInsertedWhole) {
-  const std::string value(100'000, 'v');
-  EXPECT_TRUE(Rendered("([VAL])", {{Q("[VAL]"), Q(value)}}) == "(" + value + ")");
-}
-
-TEST(RenderTest, SpacesAtTheEndsAreKept) {
-  EXPECT_EQ(Rendered("  [ID]  ", {{Q("[ID]"), Q(" a ")}}), "   a   ");
+TEST(TemplateTest, LongTemplatesAndValuesAreRenderedWhole) {
+  const std::string value(10'000, 'v');
+  std::string tokens;
+  std::string line;
+  for (int i = 0; i < 1000; ++i) {
+    tokens += "[IP] [ID]";
+    line += "1 " + value;
+  }
+  EXPECT_TRUE(Rendered(tokens, {{Q("[ID]"), Q(value)}, {Q("[IP]"), Q("1")}}) == line);
 }
 
 // --- Whole lines -------------------------------------------------------------------------------
 
 class FormatEventTest : public testing::Test {
  protected:
-  FormatEventTest() {
-    SetTimeZone("UTC");
-    record_.time = 1700000000;
-  }
+  FormatEventTest() { record_.time = 1700000000; }
 
   std::string Line(const std::string &text) {
     MessageFormatter formatter;
     formatter.SetTemplate(Q(text));
-    return formatter.FormatEvent(record_, definition_, context_).toStdString();
+    return formatter.FormatEvent(record_, definition_, 16, host_).toStdString();
   }
 
   EventRecord record_ = MakeEventRecord("perf01", "95,80");
-  EventDefinition definition_{Q("perf01"), Q("CPU"), Q("CPU usage is high"), Q("warn")};
-  LineContext context_{16, Q("tc-0042"), Q("192.168.1.20"), {}};
+  EventDefinition definition_{Q("other"), Q("CPU"), Q("CPU usage is high"), Q("warn")};
+  const HostIdentity host_{Q("192.168.1.20"), Q("tc-0042")};
 };
 
-TEST_F(FormatEventTest, GivesTheFullLine) {
+TEST_F(FormatEventTest, DefaultTemplateGivesTheFullLine) {
   EXPECT_EQ(Line("<[PRI]> [DATE] [NAME]([IP]): [ID] [DESC] - [VAL] ([SEV])"),
             "<132> Nov 14 22:13:20 tc-0042(192.168.1.20): perf01 CPU usage is high - 95,80 (warn)");
 }
 
-TEST_F(FormatEventTest, EmptyValuesGiveAnEmptyLine) {
+TEST_F(FormatEventTest, EventWithoutValuesGivesAnEmptyLineForTheValuesAlone) {
   record_ = MakeEventRecord("perf01", nullptr);
   EXPECT_EQ(Line("[VAL]"), "");
 }
 
-TEST_F(FormatEventTest, DescriptionIsNotExpanded) {
+TEST_F(FormatEventTest, TokensInTheDescriptionAndTheValuesAreNotExpanded) {
   definition_.description = Q("at [DATE]");
-  EXPECT_EQ(Line("[DESC]"), "at [DATE]");
-}
-
-TEST_F(FormatEventTest, ValuesAreNotExpanded) {
   record_ = MakeEventRecord("perf01", "[IP],[ID]");
-  EXPECT_EQ(Line("[VAL]"), "[IP],[ID]");
+  EXPECT_EQ(Line("[DESC] [VAL]"), "at [DATE] [IP],[ID]");
 }
 
-TEST_F(FormatEventTest, SeverityNameIsThatOfTheDefinition) {
-  definition_.severityName = Q("Warning");
-  EXPECT_EQ(Line("[SEV]"), "Warning");
-}
-
-TEST_F(FormatEventTest, UnknownSeverityTakesOneFromThePriority) {
+TEST_F(FormatEventTest, UnknownSeverityTakesOneFromThePriorityAndKeepsItsName) {
   definition_.severity = -1;
-  EXPECT_EQ(Line("<[PRI]>"), "<127>");
+  definition_.severityName = Q("Warning");
+  EXPECT_EQ(Line("<[PRI]> [SEV]"), "<127> Warning");
 }
 
 TEST_F(FormatEventTest, EmptyDefinitionLeavesItsTokensEmpty) {
@@ -226,37 +146,85 @@ TEST_F(FormatEventTest, EmptyDefinitionLeavesItsTokensEmpty) {
   EXPECT_EQ(Line("<[PRI]>[ID]/[DESC]/[SEV]"), "<128>perf01//");
 }
 
-TEST_F(FormatEventTest, IdIsThatOfTheRecord) {
-  definition_.id = Q("other");
-  EXPECT_EQ(Line("[ID]"), "perf01");
+TEST_F(FormatEventTest, TextsOfTheRecordAreUtf8WithOtherBytesReplaced) {
+  record_ = MakeEventRecord("gerät", "☃,a\xFFz");
+  EXPECT_EQ(Line("[ID]: [VAL]"), "gerät: ☃,a\xEF\xBF\xBDz");
 }
 
-TEST_F(FormatEventTest, RecordTextsAreUtf8) {
-  record_ = MakeEventRecord("gerät", "☃,ü");
-  EXPECT_EQ(Line("[ID]: [VAL]"), "gerät: ☃,ü");
-}
-
-TEST_F(FormatEventTest, ByteThatIsNotUtf8IsReplaced) {
-  record_ = MakeEventRecord("perf01", "a\xFFz");
-  EXPECT_EQ(Line("[VAL]"), "a\xEF\xBF\xBDz");
-}
-
-TEST_F(FormatEventTest, IdWithoutNulRunsOnIntoTheValues) {
-  record_.id.fill('i');
-  EXPECT_EQ(Line("[ID]|[VAL]"), "iiiiiiii95,80|95,80");
-}
-
-TEST_F(FormatEventTest, RecordWithoutNulEndsWithTheRecord) {
+TEST_F(FormatEventTest, TextsWithoutNulEndWithTheRecord) {
   std::array<EventRecord, 2> records;
   std::memset(static_cast<void *>(&records), 'x', sizeof(records));
   record_ = records[0];
   EXPECT_EQ(Line("[ID]|[VAL]"), std::string(144, 'x') + "|" + std::string(136, 'x'));
 }
 
-TEST_F(FormatEventTest, ContextIsGoodForMoreThanOneTime) {
-  const std::string first = Line("[DATE]");
-  record_.time += 1;
-  EXPECT_EQ(first + ", " + Line("[DATE]"), "Nov 14 22:13:20, Nov 14 22:13:21");
+// --- Priority ----------------------------------------------------------------------------------
+
+TEST(PriorityTest, PriorityIsEightTimesTheFacilityPlusTheSeverityIn32Bits) {
+  struct Case {
+    std::int32_t facility;
+    std::int32_t severity;
+    std::string text;
+  };
+  for (const Case &row : std::vector<Case>{{0, 0, "0"},
+                                           {16, 4, "132"},
+                                           {3, 7, "31"},
+                                           {23, 7, "191"},
+                                           {3, -1, "23"},
+                                           {0, -1, "-1"},
+                                           {-2, 3, "-13"},
+                                           {1000, 0, "8000"},
+                                           // The last sum that fits, and those that wrap around.
+                                           {268435455, 7, "2147483647"},
+                                           {268435456, 0, "-2147483648"},
+                                           {-268435456, -1, "2147483647"},
+                                           {2147483647, 7, "-1"},
+                                           {-2147483647 - 1, 7, "7"}}) {
+    EXPECT_EQ(FormatPriority(row.facility, row.severity).toStdString(), row.text)
+        << row.facility << " * 8 + " << row.severity;
+  }
+}
+
+// --- Date --------------------------------------------------------------------------------------
+
+struct DateRow : Row {
+  std::int64_t seconds;
+  std::string text;
+  const char *zone = "UTC";
+};
+
+class Date : public testing::TestWithParam<DateRow> {};
+
+TEST_P(Date, IsFormatted) {
+  FormatDate(0);  // in the time zone before
+  setenv("TZ", GetParam().zone, 1);
+  tzset();
+  EXPECT_EQ(FormatDate(GetParam().seconds).toStdString(), GetParam().text);
+}
+
+const DateRow kDateRows[] = {
+    {"DateIsMonthDayAndTime", 1700000000, "Nov 14 22:13:20"},
+    {"DayBelowTenHasALeadingZero", 4 * 86400 + 3723, "Jan 05 01:02:03"},
+    {"MidnightIsZeroHours", 1700006400, "Nov 15 00:00:00"},
+    {"HoursRunTo23", -1, "Dec 31 23:59:59"},
+    {"LeapDayExists", 1709208000, "Feb 29 12:00:00"},
+    {"TimeBeyond2038IsKept", 4102444800, "Jan 01 00:00:00"},
+    {"TimeIsLocal", 1700000000, "Nov 15 03:43:20", "XXX-5:30"},
+    {"SummerTimeCounts", 1688212800, "Jul 01 14:00:00", "CET-1CEST,M3.5.0,M10.5.0/3"},
+    // What is no date is cut to 64 bits of milliseconds.
+    {"LargestTimeWrapsToASecondBeforeTheEpoch", std::numeric_limits<std::int64_t>::max(),
+     "Dec 31 23:59:59"},
+    {"SmallestTimeWrapsToTheEpoch", std::numeric_limits<std::int64_t>::min(), "Jan 01 00:00:00"}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, Date, testing::ValuesIn(kDateRows), OutcomeOf<DateRow>);
+
+TEST(DateTest, MonthsHaveTheirEnglishAbbreviations) {
+  std::string months;
+  for (std::int64_t month = 0; month < 12; ++month) {
+    const std::int64_t middle = 1704067200 + (15 + month * 30) * 86400;  // of months of 2024
+    months += FormatDate(middle).toStdString().substr(0, 3);
+  }
+  EXPECT_EQ(months, "JanFebMarAprMayJunJulAugSepOctNovDec");
 }
 
 }  // namespace

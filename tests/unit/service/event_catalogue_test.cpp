@@ -1,20 +1,10 @@
 #include "service/event_catalogue.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <QTextCodec>
-#include <atomic>
-#include <cstdio>
-#include <filesystem>
-#include <string>
-#include <string_view>
-#include <thread>
-#include <vector>
+#include <algorithm>
+#include <map>
 
-#include "base/standard_streams.h"
-#include "support/files.h"
-#include "support/output.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
@@ -23,306 +13,212 @@ const std::string kProgress =
     "loading Event definitions...\n"
     "loading /usr/lib/orvan/ov-event-logger/ov-event-def.csv\n";
 
-// "label|description|severity name|severity".
-std::string Row(const EventCatalogue &catalogue, const char *id) {
-  const auto entry = catalogue.constFind(QString::fromUtf8(id));
-  if (entry == catalogue.cend()) {
-    return "(not defined)";
-  }
-  EXPECT_EQ(entry->id, entry.key());
-  return (entry->label + QLatin1Char('|') + entry->description + QLatin1Char('|') +
-          entry->severityName)
-             .toStdString() +
-         "|" + std::to_string(entry->severity);
+struct Loaded {
+  Output output;
+  EventDefinitions definitions;
+};
+
+Loaded Load() {
+  Loaded loaded;
+  loaded.output = OutputOf([&] { loaded.definitions = loadEventDefinitions(); });
+  return loaded;
 }
 
-class EventCatalogueTest : public testing::Test {
- protected:
-  EventCatalogueTest() {
-    SetUpStandardStreams();
-    std::filesystem::remove_all(kSystemDefinitionsPath);
-    std::filesystem::remove_all(kFallbackDefinitionsPath);
-  }
+Loaded Load(std::string_view contents) {
+  WriteFile(kSystemDefinitionsPath, contents);
+  return Load();
+}
 
-  Output Load() {
-    return OutputOf([this] { catalogue_ = loadEventDefinitions(); });
+// "id|label|description|severity name|severity" of each, ordered by the identifiers.
+std::string Listed(const EventDefinitions &definitions) {
+  std::map<std::string, std::string> rows;
+  for (auto entry = definitions.cbegin(); entry != definitions.cend(); ++entry) {
+    const QStringList texts{entry->id, entry->label, entry->description, entry->severityName};
+    rows[entry.key().toStdString()] =
+        texts.join(QLatin1Char('|')).toStdString() + "|" + std::to_string(entry->severity) + "\n";
   }
-
-  Output Load(std::string_view contents) {
-    WriteFile(kSystemDefinitionsPath, contents);
-    return Load();
+  std::string listed;
+  for (const auto &[id, row] : rows) {
+    listed += row;
   }
-
-  EventCatalogue catalogue_;
-};
+  return listed;
+}
 
 // --- Which file --------------------------------------------------------------------------------
 
-TEST_F(EventCatalogueTest, WithoutAFileOnlyTheFirstProgressLineIsPrinted) {
-  EXPECT_EQ(Load(), (Output{"loading Event definitions...\n", ""}));
+constexpr char kRow[] = "perf01,CPU,high,warn\n";
+constexpr char kListedRow[] = "perf01|CPU|high|warn|4\n";
+const std::string kFallbackProgress =
+    "loading Event definitions...\nloading /tmp/ov-event-def.csv\n";
+// Of the system file whichever could not be opened.
+const std::string kCannotOpen =
+    "Unable to open file: /usr/lib/orvan/ov-event-logger/ov-event-def.csv\n";
+
+TEST(LoadEventDefinitionsTest, MissingFilesDefineNothing) {
+  const Loaded loaded = Load();
+  EXPECT_EQ(loaded.output, (Output{"loading Event definitions...\n", ""}));
+  EXPECT_EQ(Listed(loaded.definitions), "");
 }
 
-TEST_F(EventCatalogueTest, WithoutAFileNothingIsDefined) {
-  Load();
-  EXPECT_EQ(catalogue_.size(), 0);
+TEST(LoadEventDefinitionsTest, FallbackIsReadWithoutASystemFile) {
+  WriteFile(kFallbackDefinitionsPath, kRow);
+  const Loaded loaded = Load();
+  EXPECT_EQ(loaded.output, (Output{kFallbackProgress, ""}));
+  EXPECT_EQ(Listed(loaded.definitions), kListedRow);
 }
 
-TEST_F(EventCatalogueTest, SystemFileIsReadWithTwoProgressLines) {
-  EXPECT_EQ(Load("perf01,CPU,CPU usage is high,warn\n"), (Output{kProgress, ""}));
+TEST(LoadEventDefinitionsTest, FallbackIsNotReadBesideASystemFile) {
+  WriteFile(kFallbackDefinitionsPath, "perf01,a,b,err\nsys05,b,c,err\n");
+  const Loaded loaded = Load(kRow);
+  EXPECT_EQ(loaded.output, (Output{kProgress, ""}));
+  EXPECT_EQ(Listed(loaded.definitions), kListedRow);
+  EXPECT_EQ(Listed(Load("").definitions), "");
 }
 
-TEST_F(EventCatalogueTest, FallbackIsNotLookedAtBesideTheSystemFile) {
-  WriteFile(kFallbackDefinitionsPath, "perf01,a,from the fallback,err\nsys05,b,c,err\n");
-  Load("perf01,CPU,from the system,warn\n");
-  EXPECT_EQ(catalogue_.keys(), QStringList{QStringLiteral("perf01")});
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|from the system|warn|4");
-}
-
-TEST_F(EventCatalogueTest, FallbackIsReadWithoutASystemFile) {
-  WriteFile(kFallbackDefinitionsPath, "perf01,CPU,from the fallback,err\n");
-  Load();
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|from the fallback|err|3");
-}
-
-TEST_F(EventCatalogueTest, FallbackIsNamedInTheProgressLine) {
-  WriteFile(kFallbackDefinitionsPath, "perf01,CPU,from the fallback,err\n");
-  EXPECT_EQ(Load(), (Output{"loading Event definitions...\nloading /tmp/ov-event-def.csv\n", ""}));
-}
-
-TEST_F(EventCatalogueTest, EmptySystemFileStillKeepsTheFallbackOut) {
-  WriteFile(kFallbackDefinitionsPath, "perf01,CPU,from the fallback,err\n");
-  EXPECT_EQ(Load(""), (Output{kProgress, ""}));
-  EXPECT_EQ(catalogue_.size(), 0);
-}
-
-TEST_F(EventCatalogueTest, FileThatCannotBeOpenedIsReported) {
+TEST(LoadEventDefinitionsTest, SystemFileThatCannotBeOpenedIsReportedAndDefinesNothing) {
   std::filesystem::create_directory(kSystemDefinitionsPath);
-  EXPECT_EQ(Load(), (Output{kProgress,
-                            "Unable to open file: "
-                            "/usr/lib/orvan/ov-event-logger/ov-event-def.csv\n"}));
+  WriteFile(kFallbackDefinitionsPath, kRow);
+  const Loaded loaded = Load();
+  EXPECT_EQ(loaded.output, (Output{kProgress, kCannotOpen}));
+  EXPECT_EQ(Listed(loaded.definitions), "");
 }
 
-TEST_F(EventCatalogueTest, FileThatCannotBeOpenedDefinesNothing) {
-  std::filesystem::create_directory(kSystemDefinitionsPath);
-  WriteFile(kFallbackDefinitionsPath, "perf01,CPU,from the fallback,err\n");
-  Load();
-  EXPECT_EQ(catalogue_.size(), 0);
-}
-
-TEST_F(EventCatalogueTest, FallbackThatCannotBeOpenedIsReportedUnderTheSystemPath) {
+TEST(LoadEventDefinitionsTest, FallbackThatCannotBeOpenedIsReportedUnderTheSystemPath) {
   std::filesystem::create_directory(kFallbackDefinitionsPath);
-  EXPECT_EQ(Load(), (Output{"loading Event definitions...\nloading /tmp/ov-event-def.csv\n",
-                            "Unable to open file: "
-                            "/usr/lib/orvan/ov-event-logger/ov-event-def.csv\n"}));
+  EXPECT_EQ(Load().output, (Output{kFallbackProgress, kCannotOpen}));
 }
 
-// --- Rows --------------------------------------------------------------------------------------
+// --- Lines -------------------------------------------------------------------------------------
 
-TEST_F(EventCatalogueTest, FieldsAreTrimmed) {
-  Load("perf01, CPU, CPU usage is high, warn\n");
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|CPU usage is high|warn|4");
-}
-
-TEST_F(EventCatalogueTest, IdentifierIsTrimmed) {
-  Load(" \tperf01\t ,\tCPU\t, high ,\twarn \n");
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|high|warn|4");
-}
-
-TEST_F(EventCatalogueTest, LastRowOfAnIdentifierWins) {
-  Load("perf01,A,first,warn\nsys05,S,other,info\nperf01,B,second,crit\n");
-  EXPECT_EQ(Row(catalogue_, "perf01"), "B|second|crit|2");
-  EXPECT_EQ(catalogue_.size(), 2);
-}
-
-TEST_F(EventCatalogueTest, IdentifiersAreCaseSensitive) {
-  Load("PERF01,CPU,high,warn\n");
-  EXPECT_EQ(Row(catalogue_, "perf01"), "(not defined)");
-  EXPECT_EQ(Row(catalogue_, "PERF01"), "CPU|high|warn|4");
-}
-
-TEST_F(EventCatalogueTest, UnknownSeverityIsReported) {
-  EXPECT_EQ(Load("perf01,CPU,high,warning\n"),
-            (Output{kProgress, "Unknown syslog level: warning\n"}));
-}
-
-TEST_F(EventCatalogueTest, RowWithAnUnknownSeverityIsKept) {
-  Load("perf01,CPU,high,warning\n");
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|high|warning|-1");
-}
-
-TEST_F(EventCatalogueTest, CommaInTheDescriptionCutsIt) {
-  EXPECT_EQ(Load("net02,NET,Lost, reconnecting,err\n"),
-            (Output{kProgress, "Unknown syslog level: reconnecting\n"}));
-  EXPECT_EQ(Row(catalogue_, "net02"), "NET|Lost|reconnecting|-1");
-}
-
-TEST_F(EventCatalogueTest, QuotesDoNotProtectACommaAndAreKept) {
-  Load("net02,\"NET\",\"Lost, again\",err\n");
-  EXPECT_EQ(Row(catalogue_, "net02"), "\"NET\"|\"Lost|again\"|-1");
-}
-
-TEST_F(EventCatalogueTest, BackslashDoesNotProtectAComma) {
-  Load("net02,NET,Lost\\, again,err\n");
-  EXPECT_EQ(Row(catalogue_, "net02"), "NET|Lost\\|again|-1");
-}
-
-TEST_F(EventCatalogueTest, FieldsBeyondTheFourthAreIgnored) {
-  EXPECT_EQ(Load("perf01,CPU,high,warn,more,,fields\n"), (Output{kProgress, ""}));
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|high|warn|4");
-}
-
-TEST_F(EventCatalogueTest, EmptyFieldsCount) {
-  EXPECT_EQ(Load("perf01,,,warn\n"), (Output{kProgress, ""}));
-  EXPECT_EQ(Row(catalogue_, "perf01"), "||warn|4");
-}
-
-TEST_F(EventCatalogueTest, RowOfCommasDefinesTheEmptyIdentifier) {
-  EXPECT_EQ(Load(",,,\n"), (Output{kProgress, "Unknown syslog level: \n"}));
-  EXPECT_EQ(Row(catalogue_, ""), "|||-1");
-}
-
-TEST_F(EventCatalogueTest, HeaderRowIsADefinition) {
-  EXPECT_EQ(Load("id,name,description,severity\n"),
-            (Output{kProgress, "Unknown syslog level: severity\n"}));
-  EXPECT_EQ(Row(catalogue_, "id"), "name|description|severity|-1");
-}
-
-// --- Lines that are no rows --------------------------------------------------------------------
-
-TEST_F(EventCatalogueTest, CommentIsSkippedSilently) {
-  EXPECT_EQ(Load("# id,label,description,severity\n#\n#x\n"), (Output{kProgress, ""}));
-  EXPECT_EQ(catalogue_.size(), 0);
-}
-
-TEST_F(EventCatalogueTest, IndentedCommentIsALineLikeAnyOther) {
-  EXPECT_EQ(Load("  # a comment\n"),
-            (Output{kProgress, "Invalid line format: \"  # a comment\"\n"}));
-}
-
-TEST_F(EventCatalogueTest, IndentedCommentWithCommasIsARow) {
-  Load(" # id,label,description,warn\n");
-  EXPECT_EQ(Row(catalogue_, "# id"), "label|description|warn|4");
-}
-
-TEST_F(EventCatalogueTest, RowOfThreeFieldsIsReported) {
-  EXPECT_EQ(Load("perf01,CPU,high\n"),
-            (Output{kProgress, "Invalid line format: \"perf01,CPU,high\"\n"}));
-  EXPECT_EQ(catalogue_.size(), 0);
-}
-
-TEST_F(EventCatalogueTest, EmptyLineIsReported) {
-  EXPECT_EQ(Load("\n"), (Output{kProgress, "Invalid line format: \"\"\n"}));
-}
-
-TEST_F(EventCatalogueTest, ReportQuotesTheWholeLineAndEscapesQuotesAndBackslashes) {
-  EXPECT_EQ(Load("  say \"hi\", C:\\dir  \n"),
-            (Output{kProgress, "Invalid line format: \"  say \\\"hi\\\", C:\\\\dir  \"\n"}));
-}
-
-TEST_F(EventCatalogueTest, ReportShowsTheLineAsUtf8) {
-  EXPECT_EQ(Load("Gerät ☃\n"), (Output{kProgress, "Invalid line format: \"Gerät ☃\"\n"}));
-}
-
-TEST_F(EventCatalogueTest, LoadingGoesOnAfterABadLine) {
-  EXPECT_EQ(Load("bad\nperf01,CPU,high,warn\nworse\nsys05,SYS,low,loud\n"),
-            (Output{kProgress,
-                    "Invalid line format: \"bad\"\n"
-                    "Invalid line format: \"worse\"\n"
-                    "Unknown syslog level: loud\n"}));
-  EXPECT_EQ(catalogue_.size(), 2);
-}
-
-// --- Bytes and sizes ---------------------------------------------------------------------------
-
-TEST_F(EventCatalogueTest, CarriageReturnsBelongToTheLineEnds) {
-  EXPECT_EQ(Load("bad\r\nperf01,CPU,high,warn\r\n"),
-            (Output{kProgress, "Invalid line format: \"bad\"\n"}));
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|high|warn|4");
-}
-
-TEST_F(EventCatalogueTest, LastLineNeedsNoNewline) {
-  EXPECT_EQ(Load("sys05,SYS,low,info\nperf01,CPU,high,warn"), (Output{kProgress, ""}));
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|high|warn|4");
-}
-
-TEST_F(EventCatalogueTest, ByteOrderMarkIsNoPartOfTheFirstIdentifier) {
-  Load("\xEF\xBB\xBFperf01,CPU,high,warn\n");
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|high|warn|4");
-}
-
-TEST_F(EventCatalogueTest, TextIsUtf8WhateverTheLocale) {
-  QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
-  Load("perf01,Gerät,Größe → ☃,warn\n");
-  QTextCodec::setCodecForLocale(nullptr);
-  EXPECT_EQ(Row(catalogue_, "perf01"), "Gerät|Größe → ☃|warn|4");
-}
-
-TEST_F(EventCatalogueTest, ByteThatIsNotUtf8IsReplaced) {
-  Load("perf01,CPU,\xFFhigh,warn\n");
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|\xEF\xBF\xBDhigh|warn|4");
-}
-
-TEST_F(EventCatalogueTest, RowsAroundBinaryNoiseAreKept) {
-  Load("perf01,CPU,high,warn\n" + BinaryNoise() + "\nsys05,SYS,low,info\n");
-  EXPECT_EQ(Row(catalogue_, "perf01"), "CPU|high|warn|4");
-  EXPECT_EQ(Row(catalogue_, "sys05"), "SYS|low|info|6");
-}
-
-TEST_F(EventCatalogueTest, RowOfOneMegabyteIsKeptWhole) {
-  const std::string text(1024 * 1024, 'x');
-  Load("perf01,CPU," + text + ",warn\nsys05,SYS,low,info\n");
-  EXPECT_TRUE(Row(catalogue_, "perf01") == "CPU|" + text + "|warn|4");
-  EXPECT_EQ(Row(catalogue_, "sys05"), "SYS|low|info|6");
-}
-
-TEST_F(EventCatalogueTest, HundredThousandRowsAreAllDefined) {
-  constexpr int kRows = 100'000;
+struct LineRow : Row {
   std::string contents;
+  std::string listed;
+  std::string reported = {};
+};
+
+class Definitions : public testing::TestWithParam<LineRow> {};
+
+TEST_P(Definitions, AreLoaded) {
+  const Loaded loaded = Load(GetParam().contents);
+  EXPECT_EQ(loaded.output, (Output{kProgress, GetParam().reported}));
+  EXPECT_EQ(Listed(loaded.definitions), GetParam().listed);
+}
+
+std::string Invalid(const std::string &line) { return "Invalid line format: \"" + line + "\"\n"; }
+std::string Unknown(const std::string &name) { return "Unknown syslog level: " + name + "\n"; }
+
+const LineRow kDefinitionsRows[] = {
+    {"FieldsAreTrimmed", " \tperf01\t , CPU, CPU usage is high ,\twarn \n",
+     "perf01|CPU|CPU usage is high|warn|4\n"},
+    {"LastRowOfAnIdentifierWins", "perf01,A,first,warn\nsys05,S,other,info\nperf01,B,second,crit\n",
+     "perf01|B|second|crit|2\nsys05|S|other|info|6\n"},
+    {"IdentifiersAreCaseSensitive", "PERF01,A,b,warn\nperf01,C,d,err\n",
+     "PERF01|A|b|warn|4\nperf01|C|d|err|3\n"},
+    {"RowWithAnUnknownSeverityIsReportedAndKept", "perf01,CPU,high,warning\n",
+     "perf01|CPU|high|warning|-1\n", Unknown("warning")},
+    {"CommaInTheDescriptionCutsIt", "net02,NET,Lost, reconnecting,err\n",
+     "net02|NET|Lost|reconnecting|-1\n", Unknown("reconnecting")},
+    {"QuotesAndBackslashesDoNotProtectAComma", "net02,\"NET\",\"Lost\\, again\",err\n",
+     "net02|\"NET\"|\"Lost\\|again\"|-1\n", Unknown("again\"")},
+    {"FieldsBeyondTheFourthAreIgnored", "perf01,CPU,high,warn,more,,fields\n", kListedRow},
+    {"EmptyFieldsCount", "perf01,,,warn\n", "perf01|||warn|4\n"},
+    {"RowOfCommasDefinesTheEmptyIdentifier", ",,,\n", "||||-1\n", Unknown("")},
+    {"HeaderRowIsADefinition", "id,name,description,severity\n",
+     "id|name|description|severity|-1\n", Unknown("severity")},
+    {"CommentIsSkippedSilently", "# id,label,description,warn\n#\n#x\n", ""},
+    {"IndentedCommentIsALineLikeAnyOther", "  # a comment\n # id,label,description,warn\n",
+     "# id|label|description|warn|4\n", Invalid("  # a comment")},
+    {"RowOfThreeFieldsIsSkippedWithAWarning", "perf01,CPU,high\n", "", Invalid("perf01,CPU,high")},
+    {"EmptyLineIsReported", "\n", "", Invalid("")},
+    {"ReportQuotesTheLineInUtf8", "  say \"hi\", C:\\dir Gerät \n", "",
+     Invalid("  say \\\"hi\\\", C:\\\\dir Gerät ")},
+    {"LoadingGoesOnAfterBadLines", "bad\nperf01,CPU,high,warn\nworse\n", kListedRow,
+     Invalid("bad") + Invalid("worse")},
+    {"CarriageReturnsBelongToTheLineEnds", "bad\r\nperf01,CPU,high,warn\r\n", kListedRow,
+     Invalid("bad")},
+    {"LastLineNeedsNoLineFeed", "perf01,CPU,high,warn", kListedRow},
+    {"ByteOrderMarkIsDroppedFromTheFirstLineOnly",
+     "\xEF\xBB\xBFperf01,CPU,high,warn\n\xEF\xBB\xBFsys05,S,low,info\n",
+     "perf01|CPU|high|warn|4\n\xEF\xBB\xBFsys05|S|low|info|6\n"},
+    {"ByteOrderMarkBeforeACommentIsDropped", "\xEF\xBB\xBF# comment\n", ""},
+    {"BytesThatAreNoUtf8AreReplaced", "perf01,CPU,\xFFhigh,warn\n",
+     "perf01|CPU|\xEF\xBF\xBDhigh|warn|4\n"}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, Definitions, testing::ValuesIn(kDefinitionsRows),
+                         OutcomeOf<LineRow>);
+
+TEST(LoadEventDefinitionsTest, TextIsUtf8WhateverTheLocale) {
+  QTextCodec *const before = QTextCodec::codecForLocale();
+  QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
+  const Loaded loaded = Load("perf01,Gerät,Größe → ☃,warn\n");
+  QTextCodec::setCodecForLocale(before);
+  EXPECT_EQ(Listed(loaded.definitions), "perf01|Gerät|Größe → ☃|warn|4\n");
+}
+
+TEST(LoadEventDefinitionsTest, RowsAroundBinaryNoiseAreKept) {
+  std::string noise = BinaryNoise();
+  noise.erase(std::remove(noise.begin(), noise.end(), '\0'), noise.end());
+  const EventDefinitions definitions = Load(kRow + noise + "\nsys05,S,low,info\n").definitions;
+  EXPECT_EQ(definitions.value(QStringLiteral("perf01")).severity, 4);
+  EXPECT_EQ(definitions.value(QStringLiteral("sys05")).severity, 6);
+}
+
+TEST(LoadEventDefinitionsTest, ManyRowsAndARowOfOneMegabyteAreLoaded) {
+  constexpr int kRows = 20'000;
+  const std::string text(1024 * 1024, 'x');
+  std::string contents = "perf01,CPU," + text + ",warn\n";
   for (int row = 0; row < kRows; ++row) {
     contents += "id" + std::to_string(row) + ",label,description,info\n";
   }
-  EXPECT_EQ(Load(contents), (Output{kProgress, ""}));
-  EXPECT_EQ(catalogue_.size(), kRows);
-  EXPECT_EQ(Row(catalogue_, "id99999"), "label|description|info|6");
+  const Loaded loaded = Load(contents);
+  EXPECT_EQ(loaded.output, (Output{kProgress, ""}));
+  EXPECT_EQ(loaded.definitions.size(), kRows + 1);
+  EXPECT_TRUE(loaded.definitions.value(QStringLiteral("perf01")).description.toStdString() == text);
 }
 
-QString NumberedId(int number) { return QStringLiteral("id%1").arg(number); }
+// --- The catalogue -----------------------------------------------------------------------------
 
-TEST_F(EventCatalogueTest, OnlyWhatTheFileDefinesIsDefined) {
-  Load("perf01,CPU,high,warn\n");
-  EXPECT_TRUE(IsDefined(catalogue_, QStringLiteral("perf01")));
-  EXPECT_FALSE(IsDefined(catalogue_, QStringLiteral("perf02")));
+TEST(EventCatalogueTest, ReplacedDefinitionsAreGone) {
+  EventCatalogue catalogue;
+  catalogue.Replace(Load(kRow).definitions);
+  EXPECT_TRUE(catalogue.IsDefined("perf01"));
+  EXPECT_FALSE(catalogue.IsDefined("perf0"));
+  catalogue.Replace(Load("sys05,S,low,info\n").definitions);
+  EXPECT_FALSE(catalogue.IsDefined("perf01"));
+  EXPECT_TRUE(catalogue.IsDefined("sys05"));
 }
 
-TEST_F(EventCatalogueTest, UndefinedEventGetsAnEmptyDefinitionThatStays) {
-  const EventDefinition &definition = DefinitionOf(catalogue_, QStringLiteral("net09"));
-  EXPECT_EQ(definition.id, QString());
-  EXPECT_EQ(definition.severity, 0);
-  EXPECT_TRUE(IsDefined(catalogue_, QStringLiteral("net09")));
+TEST(EventCatalogueTest, UndefinedEventGetsAnEmptyDefinitionThatStays) {
+  EventCatalogue catalogue;
+  EXPECT_FALSE(catalogue.IsDefined("net09"));
+  const EventDefinition definition = catalogue.FindOrInsert("net09");
+  EXPECT_EQ(Listed({{QString(), definition}}), "||||0\n");
+  EXPECT_TRUE(catalogue.IsDefined("net09"));
 }
 
-TEST_F(EventCatalogueTest, DefinitionKeepsItsPlaceWhileOthersAreInserted) {
-  Load("perf01,CPU,high,warn\n");
-  const EventDefinition &definition = DefinitionOf(catalogue_, QStringLiteral("perf01"));
-  for (int number = 0; number < 10'000; ++number) {
-    DefinitionOf(catalogue_, NumberedId(number));
-  }
-  EXPECT_EQ(&DefinitionOf(catalogue_, QStringLiteral("perf01")), &definition);
-  EXPECT_EQ(definition.description, QStringLiteral("high"));
+TEST(EventCatalogueTest, IdentifierIsLookedUpAsLatin1) {
+  EventCatalogue catalogue;
+  catalogue.Replace(Load("ü,U,umlaut,warn\n").definitions);
+  EXPECT_TRUE(catalogue.IsDefined("\xFC"));
+  EXPECT_FALSE(catalogue.IsDefined("ü"));
+  EXPECT_EQ(catalogue.FindOrInsert("\xFC").description.toStdString(), "umlaut");
+  EXPECT_EQ(catalogue.FindOrInsert("ü").description.toStdString(), "");
 }
 
-TEST_F(EventCatalogueTest, DefinedEventIsFoundWhileAnotherThreadInserts) {
-  Load("perf01,CPU,high,warn\n");
-  std::atomic<bool> done = false;
+TEST(EventCatalogueTest, DefinedEventsAreFoundWhileOthersAreInserted) {
+  EventCatalogue catalogue;
+  catalogue.Replace(Load(kRow).definitions);
+  std::atomic<bool> isDone = false;
   std::thread inserting([&] {
-    for (int number = 0; number < 100'000; ++number) {
-      DefinitionOf(catalogue_, NumberedId(number));
+    for (int number = 0; number < 50'000; ++number) {
+      catalogue.FindOrInsert(std::to_string(number));
     }
-    done = true;
+    isDone = true;
   });
   int misses = 0;
-  while (!done) {
-    misses += IsDefined(catalogue_, QStringLiteral("perf01")) ? 0 : 1;
+  while (!isDone) {
+    misses += catalogue.IsDefined("perf01") ? 0 : 1;
+    misses += catalogue.FindOrInsert("perf01").severity == 4 ? 0 : 1;
   }
   inserting.join();
   EXPECT_EQ(misses, 0);

@@ -1,103 +1,101 @@
 #include "service/event_intake.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 
-#include <array>
 #include <cerrno>
-#include <chrono>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <functional>
-#include <string>
-#include <thread>
 
+#include "base/socket_address.h"
 #include "base/unique_fd.h"
-#include "support/descriptors.h"
-#include "support/files.h"
-#include "support/output.h"
+#include "event/service_socket.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr milliseconds kAtOnce{0};
+constexpr milliseconds kLong{20'000};
 
 std::string ImageOf(const EventRecord &record) {
   return {reinterpret_cast<const char *>(&record), sizeof(record)};
 }
 
-EventRecord RecordOf(const char *id, const char *values) {
+std::string Image(const char *id, const char *values = nullptr) {
   EventRecord record = MakeEventRecord(id, values);
   record.time = 1700000000;
-  return record;
+  return ImageOf(record);
 }
 
+std::string Printed(const std::string &id, const std::string &values) {
+  return "> Received event\nEvent [" + id + "] (" + values + ") at 1700000000\n";
+}
+
+UniqueFd MakeSocket(int flags = 0) {
+  return UniqueFd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+}
+
+void Write(const UniqueFd &client, const std::string &bytes) {
+  EXPECT_EQ(send(client.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
+            static_cast<ssize_t>(bytes.size()));
+}
+
+// "perf01" is defined and allowed.
 class EventIntakeTest : public testing::Test {
  protected:
-  EventIntakeTest() { Connect(); }
-
-  void Connect() {
-    std::array<int, 2> ends{};
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-    client_.Reset(ends[0]);
-    service_.Reset(ends[1]);
-    EXPECT_EQ(fcntl(service_.Get(), F_SETFL, O_NONBLOCK), 0);
+  EventIntakeTest() {
+    Define("perf01");
+    Allow("perf01");
+    const sockaddr_un address = ServiceSocketAddress();
+    EXPECT_EQ(bind(listener_.Get(), AsSocketAddress(address), sizeof(address)), 0);
+    EXPECT_EQ(listen(listener_.Get(), SOMAXCONN), 0);
   }
 
-  void Define(const QString &id) { catalogue_.insert(id, EventDefinition()); }
+  void Define(const char *id) { catalogue_.Replace({{QString::fromUtf8(id), EventDefinition()}}); }
 
   void Allow(const std::string &ids) {
-    static std::int64_t time = 1'600'000'000;
-    WriteFile(kSettingsPath, "allowed=" + ids + "\n");
-    SetModificationTime(kSettingsPath, ++time);  // or Qt takes it for the file of another test
+    WriteSettings("allowed=" + ids + "\n");
     OutputOf([this] { settings_.parseSettings(); });
-    std::remove(kSettingsPath);
   }
 
-  void DefineAndAllow(const char *id) {
-    Define(QString::fromLatin1(id));
-    Allow(id);
+  static UniqueFd Connect() {
+    UniqueFd client = MakeSocket();
+    const sockaddr_un address = ServiceSocketAddress();
+    EXPECT_EQ(connect(client.Get(), AsSocketAddress(address), sizeof(address)), 0);
+    return client;
   }
 
-  void Write(const std::string &bytes) {
-    EXPECT_EQ(send(client_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
-              static_cast<ssize_t>(bytes.size()));
+  static UniqueFd ConnectAndWrite(const std::string &bytes) {
+    UniqueFd client = Connect();
+    Write(client, bytes);
+    return client;
   }
 
-  Output Handle() {
+  // What is printed until there is nothing more to take in.
+  Output TakeIn() {
     return OutputOf([this] {
-      errno = 0;
-      HandleConnection(service_.Get(), catalogue_, settings_, queue_);
+      int error = 0;
+      do {
+        errno = 0;
+        error = intake_.TakeInClient(listener_.Get());
+      } while (error == 0);
+      EXPECT_EQ(error, EAGAIN);
     });
   }
 
-  // What comes of a connection whose client acts while it is waited for. A client that would come
-  // late to that, on a machine that stalls, does not act, and it is done anew.
-  Output HandleWhile(const std::function<void()> &act) {
-    for (;;) {
-      const auto start = Clock::now();
-      bool acted = false;
-      std::thread client([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        if (Clock::now() - start < kIntakeTimeout / 2) {
-          act();
-          acted = true;
-        }
-      });
-      Output output = Handle();
-      client.join();
-      if (acted) {
-        return output;
-      }
-      Connect();
+  // Takes in as many clients, none of which writes.
+  std::vector<UniqueFd> SetAside(std::size_t count) {
+    std::vector<UniqueFd> clients;
+    for (std::size_t client = 0; client < count; ++client) {
+      clients.push_back(Connect());
+      EXPECT_EQ(TakeIn(), (Output{"", ""}));
     }
+    return clients;
   }
 
-  Output Take(const EventRecord &record) {
-    Write(ImageOf(record));
-    return Handle();
+  bool HasSomethingToDo() {
+    return TimeOf([this] { intake_.WaitForClient(listener_.Get(), kLong); }) < kLong;
   }
 
   // The images of all queued records, one after the other.
@@ -112,183 +110,205 @@ class EventIntakeTest : public testing::Test {
   EventCatalogue catalogue_;
   Settings settings_;
   EventQueue queue_;
-  UniqueFd client_;
-  UniqueFd service_;
+  EventIntake intake_{catalogue_, settings_, queue_};
+  UniqueFd listener_ = MakeSocket(SOCK_NONBLOCK);
 };
 
-TEST_F(EventIntakeTest, AllowedEventIsQueuedWithAll144Bytes) {
-  DefineAndAllow("perf01");
-  std::string image = ImageOf(RecordOf("perf01", "95,80"));
-  image.replace(50, 20, 20, '\xEE');  // behind the texts, where nobody looks
-  Write(image);
-  Handle();
+// --- Records -----------------------------------------------------------------------------------
+
+struct RecordRow : Row {
+  const char *defined;
+  std::string allowed;
+  const char *id;
+  std::string verdict;  // printed after the record
+  bool isQueued = false;
+};
+
+class IntakeRecord : public EventIntakeTest, public testing::WithParamInterface<RecordRow> {};
+
+TEST_P(IntakeRecord, IsChecked) {
+  const RecordRow &row = GetParam();
+  Define(row.defined);
+  Allow(row.allowed);
+  ConnectAndWrite(Image(row.id, "95,80"));
+  EXPECT_EQ(TakeIn(), (Output{Printed(row.id, "95,80") + row.verdict, ""}));
+  EXPECT_EQ(Queued(), row.isQueued ? Image(row.id, "95,80") : "");
+  EXPECT_EQ(catalogue_.IsDefined(row.id), row.verdict.empty());
+}
+
+const RecordRow kIntakeRecordRows[] = {
+    {"DefinedAndAllowedEventIsQueued", "perf01", "perf01", "perf01", "", true},
+    {"EventNotAllowedIsDroppedWithoutAWord", "perf01", "sys05", "perf01", ""},
+    {"UndefinedEventIsReportedAndStaysUndefined", "sys05", "perf01", "perf01",
+     "Event perf01 is not defined\n"},
+    {"DefinitionOfAnotherCaseDoesNotCount", "PERF01", "perf01", "perf01",
+     "Event perf01 is not defined\n"},
+    {"EmptyIdIsReported", "perf01", "", "", "Event  is not defined\n"},
+    {"IdIsLookedUpAsLatin1", "ü", "\"\\xfc\"", "\xFC", "", true},
+    {"IdIsNotLookedUpAsUtf8", "ü", "\"\\xfc\"", "ü", "Event ü is not defined\n"}};
+
+INSTANTIATE_TEST_SUITE_P(Rows, IntakeRecord, testing::ValuesIn(kIntakeRecordRows),
+                         OutcomeOf<RecordRow>);
+
+TEST_F(EventIntakeTest, AllBytesOfARecordAreQueued) {
+  std::string image = Image("perf01", "95,80");
+  image.replace(50, 20, 20, '\xEE');  // behind the texts
+  ConnectAndWrite(image);
+  TakeIn();
   EXPECT_EQ(Queued(), image);
 }
 
-TEST_F(EventIntakeTest, AllowedEventIsPrinted) {
-  DefineAndAllow("perf01");
-  EXPECT_EQ(Take(RecordOf("perf01", "95,80")),
-            (Output{"> Received event\nEvent [perf01] (95,80) at 1700000000\n", ""}));
-}
-
-TEST_F(EventIntakeTest, UndefinedEventIsPrintedAndReported) {
-  Allow("perf01");
-  EXPECT_EQ(Take(RecordOf("perf01", nullptr)),
-            (Output{"> Received event\nEvent [perf01] () at 1700000000\n"
-                    "Event perf01 is not defined\n",
-                    ""}));
-}
-
-TEST_F(EventIntakeTest, UndefinedEventIsNotQueued) {
-  Allow("perf01");
-  Take(RecordOf("perf01", nullptr));
-  EXPECT_EQ(Queued(), "");
-}
-
-TEST_F(EventIntakeTest, UndefinedEventStaysUndefined) {
-  Take(RecordOf("perf01", nullptr));
-  EXPECT_EQ(catalogue_.size(), 0);
-}
-
-TEST_F(EventIntakeTest, DefinitionOfAnotherCaseDoesNotCount) {
-  DefineAndAllow("PERF01");
-  EXPECT_EQ(Take(RecordOf("perf01", nullptr)).out,
-            "> Received event\nEvent [perf01] () at 1700000000\nEvent perf01 is not defined\n");
-}
-
-TEST_F(EventIntakeTest, EventNotAllowedIsPrintedAndDroppedWithoutAWord) {
-  Define(QStringLiteral("perf01"));
-  Allow("sys05");
-  EXPECT_EQ(Take(RecordOf("perf01", nullptr)),
-            (Output{"> Received event\nEvent [perf01] () at 1700000000\n", ""}));
-}
-
-TEST_F(EventIntakeTest, EventNotAllowedIsNotQueued) {
-  Define(QStringLiteral("perf01"));
-  Allow("sys05");
-  Take(RecordOf("perf01", nullptr));
-  EXPECT_EQ(Queued(), "");
-}
-
-TEST_F(EventIntakeTest, EmptyIdIsReportedAsNotDefined) {
-  EXPECT_EQ(Take(RecordOf("", nullptr)).out,
-            "> Received event\nEvent [] () at 1700000000\nEvent  is not defined\n");
-}
-
-TEST_F(EventIntakeTest, IdIsReadAsLatin1) {
-  Define(QString::fromUtf8("ü"));
-  Allow("\"\\xfc\"");
-  const EventRecord record = RecordOf("\xFC", nullptr);
-  Take(record);
-  EXPECT_EQ(Queued(), ImageOf(record));
-}
-
-TEST_F(EventIntakeTest, IdWithoutNulRunsOnIntoTheValues) {
-  EventRecord record = RecordOf("", "95");
-  record.id.fill('i');
-  EXPECT_EQ(Take(record).out,
-            "> Received event\nEvent [iiiiiiii95] (95) at 1700000000\n"
-            "Event iiiiiiii95 is not defined\n");
-}
-
 TEST_F(EventIntakeTest, RecordWithoutNulEndsWithTheRecord) {
-  Write(std::string(144, 'x'));
   const std::string whole(144, 'x');
-  EXPECT_EQ(Handle().out, "> Received event\nEvent [" + whole + "] (" + std::string(136, 'x') +
+  ConnectAndWrite(whole);
+  EXPECT_EQ(TakeIn().out, "> Received event\nEvent [" + whole + "] (" + std::string(136, 'x') +
                               ") at 8680820740569200760\nEvent " + whole + " is not defined\n");
-}
-
-TEST_F(EventIntakeTest, EventsAreQueuedInTheOrderOfTheirArrival) {
-  DefineAndAllow("perf01");
-  Take(RecordOf("perf01", "first"));
-  Connect();
-  Take(RecordOf("perf01", "second"));
-  EXPECT_EQ(Queued(), ImageOf(RecordOf("perf01", "first")) + ImageOf(RecordOf("perf01", "second")));
-}
-
-// --- What the connection holds -----------------------------------------------------------------
-
-TEST_F(EventIntakeTest, ClientThatOnlyClosesIsReported) {
-  client_.Reset();
-  EXPECT_EQ(Handle(), (Output{"", "read: Success\n"}));
-}
-
-TEST_F(EventIntakeTest, FailedReadIsReported) {
-  service_.Reset();
-  EXPECT_EQ(Handle(), (Output{"", "read: Bad file descriptor\n"}));
 }
 
 TEST_F(EventIntakeTest, ShortRecordIsTakenAndItsRestIsZero) {
   const std::string image = std::string("perf01\0\0", 8) + std::string(136, '1');
-  for (const char *id : {"p", "pe", "per", "perf", "perf0", "perf01"}) {
-    Define(QString::fromLatin1(id));
-  }
   Allow("p pe per perf perf0 perf01");
   // From the longest on, so that something longer was in memory before.
   for (std::size_t size = image.size() - 1; size >= 1; --size) {
-    Connect();
-    Write(image.substr(0, size));
-    Handle();
+    Define(image.substr(0, std::min<std::size_t>(size, 6)).c_str());
+    ConnectAndWrite(image.substr(0, size));
+    TakeIn();
     EXPECT_EQ(Queued(), image.substr(0, size) + std::string(image.size() - size, '\0')) << size;
   }
 }
 
-TEST_F(EventIntakeTest, RecordIsTakenAfterItsClientHasClosed) {
-  DefineAndAllow("perf01");
-  Write(ImageOf(RecordOf("perf01", "95")));
-  client_.Reset();
-  Handle();
-  EXPECT_EQ(Queued(), ImageOf(RecordOf("perf01", "95")));
-}
-
 TEST_F(EventIntakeTest, OnlyTheFirstOfTwoRecordsIsTaken) {
-  DefineAndAllow("perf01");
-  Write(ImageOf(RecordOf("perf01", "first")) + ImageOf(RecordOf("perf01", "second")));
-  EXPECT_EQ(Handle().out, "> Received event\nEvent [perf01] (first) at 1700000000\n");
-  EXPECT_EQ(Queued(), ImageOf(RecordOf("perf01", "first")));
+  const UniqueFd client = ConnectAndWrite(Image("perf01", "first") + Image("perf01", "second"));
+  EXPECT_EQ(TakeIn().out, Printed("perf01", "first"));
+  EXPECT_EQ(Queued(), Image("perf01", "first"));
 }
 
-TEST_F(EventIntakeTest, ConnectionStaysOpen) {
-  Take(RecordOf("perf01", nullptr));
-  EXPECT_TRUE(IsOpen(service_.Get()));
+TEST_F(EventIntakeTest, RecordsAreQueuedInTheOrderOfTheConnections) {
+  ConnectAndWrite(Image("perf01", "first"));
+  ConnectAndWrite(Image("perf01", "second"));
+  TakeIn();
+  EXPECT_EQ(Queued(), Image("perf01", "first") + Image("perf01", "second"));
 }
 
-TEST_F(EventIntakeTest, ClientGetsNoAnswer) {
-  Take(RecordOf("perf01", nullptr));
-  service_.Reset();
-  char byte = '\0';
-  EXPECT_EQ(recv(client_.Get(), &byte, 1, 0), 0);
+TEST_F(EventIntakeTest, ClientIsClosedWithoutAnAnswer) {
+  const std::size_t open = CountOpenDescriptors();
+  const UniqueFd client = ConnectAndWrite(Image("perf01"));
+  TakeIn();
+  EXPECT_EQ(ReadToEnd(client), "");
+  EXPECT_EQ(CountOpenDescriptors(), open + 1);
 }
 
-// --- Clients that take their time --------------------------------------------------------------
-
-TEST_F(EventIntakeTest, ClientThatWritesWhileItIsWaitedForIsTaken) {
-  DefineAndAllow("perf01");
-  const EventRecord record = RecordOf("perf01", "late");
-  EXPECT_EQ(HandleWhile([&] { Write(ImageOf(record)); }),
-            (Output{"> Received event\nEvent [perf01] (late) at 1700000000\n", ""}));
-  EXPECT_EQ(Queued(), ImageOf(record));
+TEST_F(EventIntakeTest, EndOfDataAndFailedReadAreReported) {
+  Connect();
+  EXPECT_EQ(TakeIn(), (Output{"", "read: Success\n"}));
+  EXPECT_EQ(OutputOf([this] { EXPECT_TRUE(intake_.HandleConnection(-1)); }),
+            (Output{"", "read: Bad file descriptor\n"}));
 }
 
-TEST_F(EventIntakeTest, ClientThatClosesWhileItIsWaitedForIsReportedAndNotGivenUp) {
-  const Output output = HandleWhile([this] { client_.Reset(); });
-  EXPECT_EQ(output.out, "");
-  EXPECT_EQ(output.err.substr(0, 6), "read: ");
-  EXPECT_NE(output.err, "read: Connection timed out\n");
+TEST_F(EventIntakeTest, FailedAcceptGivesItsError) {
+  const UniqueFd client = Connect();
+  const NoMoreDescriptors none;
+  EXPECT_EQ(intake_.TakeInClient(listener_.Get()), EMFILE);
 }
 
-TEST_F(EventIntakeTest, ClientThatSendsNothingIsGivenUpAfterFiveSeconds) {
-  const auto start = Clock::now();
-  EXPECT_EQ(Handle(), (Output{"", "read: Connection timed out\n"}));
-  const auto taken = Clock::now() - start;
-  EXPECT_GE(taken, std::chrono::milliseconds(4900));
-  EXPECT_LT(taken, std::chrono::seconds(20));
+// --- Silent clients ----------------------------------------------------------------------------
+
+TEST_F(EventIntakeTest, SilentClientIsSetAsideAndReadWhenItWrites) {
+  const UniqueFd silent = Connect();
+  EXPECT_EQ(TakeIn(), (Output{"", ""}));
+  EXPECT_FALSE(HasInheritableDescriptors());
+  ConnectAndWrite(Image("perf01", "other"));
+  EXPECT_EQ(TakeIn().out, Printed("perf01", "other"));
+  Write(silent, Image("perf01", "late"));
+  EXPECT_TRUE(HasSomethingToDo());
+  EXPECT_EQ(TakeIn(), (Output{Printed("perf01", "late"), ""}));
+  EXPECT_EQ(ReadToEnd(silent), "");  // closed
 }
 
-TEST_F(EventIntakeTest, ClientThatWasGivenUpFailsToWrite) {
-  Handle();
-  EXPECT_EQ(send(client_.Get(), "x", 1, MSG_NOSIGNAL), -1);
+TEST_F(EventIntakeTest, SilentClientsAreReadLongestSilentFirstAndBeforeNewOnes) {
+  const std::vector<UniqueFd> silent = SetAside(3);
+  ConnectAndWrite(Image("perf01", "new"));
+  Write(silent[2], Image("perf01", "2"));
+  Write(silent[0], Image("perf01", "0"));
+  EXPECT_EQ(TakeIn().out,
+            Printed("perf01", "0") + Printed("perf01", "2") + Printed("perf01", "new"));
+}
+
+TEST_F(EventIntakeTest, SilentClientThatClosesIsReportedOnce) {
+  std::vector<UniqueFd> silent = SetAside(2);
+  silent[0].Reset();
+  EXPECT_TRUE(HasSomethingToDo());
+  EXPECT_EQ(TakeIn().err.substr(0, 6), "read: ");
+  EXPECT_EQ(TakeIn(), (Output{"", ""}));
+}
+
+TEST_F(EventIntakeTest, RecordOfASilentClientIsCheckedWithTheSettingsOfItsReading) {
+  const std::vector<UniqueFd> silent = SetAside(2);
+  Allow("sys05");
+  Write(silent[0], Image("perf01", "not allowed any more"));
+  TakeIn();
+  EXPECT_EQ(Queued(), "");
+  Allow("perf01");
+  Write(silent[1], Image("perf01", "allowed again"));
+  TakeIn();
+  EXPECT_EQ(Queued(), Image("perf01", "allowed again"));
+}
+
+TEST_F(EventIntakeTest, SixtyFourSilentClientsAreKept) {
+  const std::vector<UniqueFd> silent = SetAside(64);
+  std::string images;
+  for (const UniqueFd &client : silent) {
+    const std::string values = std::to_string(client.Get());
+    Write(client, Image("perf01", values.c_str()));
+    images += Image("perf01", values.c_str());
+  }
+  EXPECT_EQ(TakeIn().err, "");
+  EXPECT_EQ(Queued(), images);
+}
+
+TEST_F(EventIntakeTest, SixtyFifthSilentClientEndsTheOneThatIsSilentForLongest) {
+  std::vector<UniqueFd> silent = SetAside(64);
+  const std::size_t open = CountOpenDescriptors();
+  silent.push_back(Connect());
+  EXPECT_EQ(TakeIn().err.substr(0, 6), "read: ");
+  EXPECT_EQ(CountOpenDescriptors(), open + 1);  // the new client's own
+  EXPECT_EQ(send(silent[0].Get(), "x", 1, MSG_NOSIGNAL), -1);
   EXPECT_EQ(errno, EPIPE);
+  Write(silent[1], Image("perf01", "1"));
+  Write(silent[64], Image("perf01", "64"));
+  EXPECT_EQ(TakeIn(), (Output{Printed("perf01", "1") + Printed("perf01", "64"), ""}));
+}
+
+TEST_F(EventIntakeTest, EarlierWriteOfAClientThatIsEndedIsStillRead) {
+  std::vector<UniqueFd> silent = SetAside(64);
+  silent.push_back(Connect());
+  // After the silent clients were read for the last time.
+  g_beforeAccept = [&] { Write(silent[0], Image("perf01", "in time")); };
+  EXPECT_EQ(TakeIn(), (Output{Printed("perf01", "in time"), ""}));
+}
+
+// --- Waiting -----------------------------------------------------------------------------------
+
+TEST_F(EventIntakeTest, WaitingTakesItsTimeAmongSilentClients) {
+  constexpr milliseconds kTime{300};
+  const std::vector<UniqueFd> silent = SetAside(2);
+  EXPECT_GE(TimeOf([&] { EXPECT_TRUE(intake_.WaitForClient(listener_.Get(), kTime)); }), kTime);
+  EXPECT_TRUE(intake_.WaitForClient(listener_.Get(), kAtOnce));
+}
+
+TEST_F(EventIntakeTest, WaitingEndsWithANewClient) {
+  const UniqueFd client = Connect();
+  EXPECT_TRUE(HasSomethingToDo());
+}
+
+TEST_F(EventIntakeTest, WaitingWithoutALimitEndsWithTheShutdownOfTheListener) {
+  const std::vector<UniqueFd> silent = SetAside(2);
+  std::thread ending([this] {
+    std::this_thread::sleep_for(milliseconds{100});
+    EXPECT_EQ(shutdown(listener_.Get(), SHUT_RD), 0);
+  });
+  EXPECT_FALSE(intake_.WaitForClient(listener_.Get(), milliseconds{-1}));
+  ending.join();
 }
 
 }  // namespace

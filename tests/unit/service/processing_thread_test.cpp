@@ -1,89 +1,183 @@
 #include "service/processing_thread.h"
 
-#include <gtest/gtest.h>
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 
-#include <string>
-
-#include "config/settings.h"
-#include "output/message_formatter.h"
-#include "output/udp_syslog_sender.h"
+#include "event/event_queue.h"
+#include "output/forwarding.h"
 #include "service/event_catalogue.h"
-#include "service/event_queue.h"
-#include "support/collectors.h"
-#include "support/output.h"
+#include "support/support.h"
 
 namespace ov {
 namespace {
 
-// With the default settings: facility 3, over UDP.
+// With facility 3, over UDP unless a test changes that. Pauses are short.
 class ProcessingThreadTest : public testing::Test {
  protected:
   ProcessingThreadTest() {
-    g_eventCatalogue.clear();
-    g_eventQueue.TakeAll();
-    g_messageFormatter.SetTemplate(QStringLiteral("<[PRI]> [NAME]([IP]) [ID]/[DESC]/[VAL]/[SEV]"));
-    g_udpSyslogSender.Init(QStringLiteral("127.0.0.1"), collector_.Port());
+    g_forwarding.Change([this](Forwarding &forwarding) {
+      forwarding.facility = 3;
+      forwarding.formatter.SetTemplate(
+          QStringLiteral("<[PRI]> [NAME]([IP]) [ID]/[DESC]/[VAL]/[SEV]"));
+      forwarding.udpSender.Init(QStringLiteral("127.0.0.1"), udp_.Port());
+    });
+    TakeSleeps();
   }
 
-  void Push(const char *id, const char *values) {
+  static void ForwardOverTcp(std::int32_t port) {
+    g_forwarding.Change([port](Forwarding &forwarding) {
+      forwarding.protocol = Protocol::kTcp;
+      forwarding.tcpSender.Init(QStringLiteral("127.0.0.1"), port);
+    });
+  }
+
+  static void Push(const char *id, const char *values) {
     g_eventQueue.Push(MakeEventRecord(id, values));
-    ++pushed_;
   }
 
-  // Runs the thread until it has sent what was pushed, and returns that, each line with a line feed
-  // for its end. Takes the pause of a pass.
-  std::string Sent() {
-    std::string lines;
-    EXPECT_EQ(StartProcessingThread(), 0);
-    for (; pushed_ > 0; --pushed_) {
-      lines += collector_.Receive().value_or("(nothing)") + "\n";
-    }
-    StopProcessingThread();
-    return lines;
+  // What is printed while the thread lives, which is as long as the action takes.
+  template <typename Action>
+  Output RunWhile(Action action) {
+    return OutputOf([&] {
+      EXPECT_EQ(StartProcessingThread(), 0);
+      action();
+      StopProcessingThread();
+    });
   }
 
- private:
-  UdpCollector collector_;
-  int pushed_ = 0;
+  std::string Received() { return udp_.Receive().value_or("(nothing)"); }
+
+  // The pauses of the thread until there are so many.
+  static std::vector<unsigned> Pauses(std::size_t count) {
+    std::vector<unsigned> pauses;
+    EXPECT_TRUE(Eventually([&] {
+      for (const unsigned pause : TakeSleeps()) {
+        pauses.push_back(pause);
+      }
+      return pauses.size() >= count;
+    }));
+    pauses.resize(count);
+    return pauses;
+  }
+
+  const Temporarily shortSleeps_{g_sleepsAreShort};
+  const UdpCollector udp_;
 };
 
-TEST_F(ProcessingThreadTest, QueuedEventsAreSentInTheirOrder) {
-  g_eventCatalogue.insert(QStringLiteral("perf01"),
-                          {{}, {}, QStringLiteral("high"), QStringLiteral("warn")});
+TEST_F(ProcessingThreadTest, QueuedEventsArePrintedAfterOneHeadingAndSentInTheirOrder) {
+  g_eventCatalogue.Replace(
+      {{QStringLiteral("perf01"), {{}, {}, QStringLiteral("high"), QStringLiteral("warn")}}});
   for (const char *values : {"3", "1", "2"}) {
     Push("perf01", values);
   }
-  EXPECT_EQ(Sent(),
-            "<28> tc-0042(127.0.0.1) perf01/high/3/warn\n"
-            "<28> tc-0042(127.0.0.1) perf01/high/1/warn\n"
-            "<28> tc-0042(127.0.0.1) perf01/high/2/warn\n");
+  const std::vector<std::string> lines = {"<28> tc-0042(127.0.0.1) perf01/high/3/warn",
+                                          "<28> tc-0042(127.0.0.1) perf01/high/1/warn",
+                                          "<28> tc-0042(127.0.0.1) perf01/high/2/warn"};
+  std::string printed = "> Process events\n";
+  for (const std::string &line : lines) {
+    printed += ">>> " + line + "\n";
+  }
+  EXPECT_EQ(RunWhile([&] {
+              for (const std::string &line : lines) {
+                EXPECT_EQ(Received(), line);
+              }
+            }),
+            (Output{printed, ""}));
 }
 
-TEST_F(ProcessingThreadTest, QueuedEventsArePrintedAfterOneHeading) {
+TEST_F(ProcessingThreadTest, UndefinedEventIsSentWithAnEmptyDefinitionThatStays) {
+  Push("net09", "x");
+  RunWhile([this] { EXPECT_EQ(Received(), "<24> tc-0042(127.0.0.1) net09//x/"); });
+  EXPECT_TRUE(g_eventCatalogue.IsDefined("net09"));
+}
+
+TEST_F(ProcessingThreadTest, IdentifierIsLookedUpAsLatin1) {
+  g_eventCatalogue.Replace({{QString::fromUtf8("ü"), {{}, {}, QStringLiteral("umlaut"), {}}}});
+  Push("\xFC", "x");
+  Push("ü", "x");
+  RunWhile([this] {
+    EXPECT_EQ(Received(), "<23> tc-0042(127.0.0.1) \xEF\xBF\xBD/umlaut/x/");
+    EXPECT_EQ(Received(), "<24> tc-0042(127.0.0.1) ü//x/");
+  });
+}
+
+TEST_F(ProcessingThreadTest, FirstPassComesBeforeTheFirstPause) {
+  const Temporarily endlessSleeps(g_sleepsLast);
+  Push("a", "first");
+  RunWhile([this] {
+    EXPECT_EQ(Received(), "<24> tc-0042(127.0.0.1) a//first/");
+    g_sleepsLast = 0;
+  });
+}
+
+TEST_F(ProcessingThreadTest, EmptyQueueGivesOnlyPausesOfThreeSeconds) {
+  EXPECT_EQ(RunWhile([] { EXPECT_EQ(Pauses(3), std::vector<unsigned>(3, 3)); }), (Output{"", ""}));
+}
+
+TEST_F(ProcessingThreadTest, EventsWaitUntilThereIsAnAddress) {
+  ASSERT_EQ(std::system("ip link set lo down"), 0);
   Push("a", "1");
   Push("b", "2");
-  EXPECT_EQ(OutputOf([this] { Sent(); }), (Output{"> Process events\n"
-                                                  ">>> <24> tc-0042(127.0.0.1) a//1/\n"
-                                                  ">>> <24> tc-0042(127.0.0.1) b//2/\n",
-                                                  ""}));
-}
-
-TEST_F(ProcessingThreadTest, UndefinedEventIsSentWithAnEmptyDefinition) {
-  Push("net09", "x");
-  EXPECT_EQ(Sent(), "<24> tc-0042(127.0.0.1) net09//x/\n");
-}
-
-TEST_F(ProcessingThreadTest, UndefinedEventIsDefinedFromThenOn) {
-  Push("net09", "x");
-  Sent();
-  EXPECT_EQ(g_eventCatalogue.keys(), QStringList{QStringLiteral("net09")});
+  const Output output = RunWhile([this] {
+    EXPECT_EQ(Pauses(2), std::vector<unsigned>(2, 3));
+    EXPECT_EQ(std::system("ip link set lo up"), 0);
+    EXPECT_EQ(Received(), "<24> tc-0042(127.0.0.1) a//1/");
+    EXPECT_EQ(Received(), "<24> tc-0042(127.0.0.1) b//2/");
+  });
+  const std::string unknown = "> Client address is unknown\n";
+  EXPECT_EQ(output.out.substr(0, 2 * unknown.size()), unknown + unknown);
+  EXPECT_EQ(output.out.find("> Process events"), output.out.rfind("> Process events"));
 }
 
 TEST_F(ProcessingThreadTest, SecondThreadSendsWhatTheFirstLeft) {
-  Push("net08", "x");
-  Sent();
+  RunWhile([] { Pauses(1); });
   Push("net09", "x");
-  EXPECT_EQ(Sent(), "<24> tc-0042(127.0.0.1) net09//x/\n");
+  RunWhile([this] { EXPECT_EQ(Received(), "<24> tc-0042(127.0.0.1) net09//x/"); });
+}
+
+TEST_F(ProcessingThreadTest, BatchTakesOneTcpConnection) {
+  const TcpCollector tcp;
+  ForwardOverTcp(tcp.Port());
+  Push("a", "1");
+  Push("b", "2");
+  RunWhile([&] {
+    EXPECT_EQ(ReadToEnd(tcp.Accept()),
+              "<24> tc-0042(127.0.0.1) a//1/\n<24> tc-0042(127.0.0.1) b//2/\n");
+    EXPECT_FALSE(tcp.HasConnection());
+  });
+}
+
+TEST_F(ProcessingThreadTest, RefusedBatchIsHeldAndFollowsANewCollector) {
+  const TcpCollector tcp;
+  ForwardOverTcp(ClosedPort());
+  Push("a", "1");
+  const Output output = RunWhile([&] {
+    EXPECT_EQ(Pauses(2), std::vector<unsigned>(2, 10));
+    ForwardOverTcp(tcp.Port());
+    EXPECT_EQ(ReadToEnd(tcp.Accept()), "<24> tc-0042(127.0.0.1) a//1/\n");
+  });
+  EXPECT_EQ(output.out, "> Process events\n>>> <24> tc-0042(127.0.0.1) a//1/\n");
+  EXPECT_EQ(output.err.substr(0, 28), "connect: Connection refused\n");
+}
+
+TEST_F(ProcessingThreadTest, StopRightAfterTheStartOfALateThreadIsNotLost) {
+  const Temporarily lateThreads(g_threadsStartLate);
+  for (int round = 0; round < 10; ++round) {
+    RunWhile([] {});
+  }
+}
+
+TEST_F(ProcessingThreadTest, FailedStartGivesItsError) {
+  const Temporarily failing(g_threadStartError, EAGAIN);
+  EXPECT_EQ(StartProcessingThread(), EAGAIN);
+}
+
+TEST_F(ProcessingThreadTest, FailedJoinIsReported) {
+  const std::size_t threads = CountThreads();
+  const Temporarily failing(g_threadJoinError, EDEADLK);
+  EXPECT_EQ(RunWhile([] {}), (Output{"", "pthread_join: Resource deadlock avoided\n"}));
+  EXPECT_TRUE(Eventually([&] { return CountThreads() == threads; }));
 }
 
 }  // namespace

@@ -14,12 +14,8 @@ bool IsOpen(int fd);
 /// A new descriptor, of /dev/null.
 int OpenNull();
 
-/// False also when the descriptor is not open.
-bool IsCloseOnExec(int fd);
-
-/// Lets no program see what the test's process has open now and had from its own start, the
-/// standard descriptors apart.
-void CloseOpenDescriptorsOnExec();
+/// Whether a program that this process starts would get more than the standard descriptors.
+bool HasInheritableDescriptors();
 
 /// While it lives, every call that would open a descriptor fails with EMFILE.
 class NoMoreDescriptors {

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "event/event_queue.h"
 #include "event/event_record.h"
-#include "service/event_queue.h"
 
 namespace ov {
 

@@ -6,7 +6,10 @@
 
 #include <array>
 #include <fstream>
+#include <iterator>
 #include <random>
+
+#include "config/settings.h"
 
 namespace ov {
 
@@ -17,10 +20,21 @@ void WriteFile(const std::string &path, std::string_view contents) {
   ASSERT_TRUE(file) << "cannot write " << path;
 }
 
+std::string ReadFile(const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 void SetModificationTime(const std::string &path, std::int64_t seconds, long nanoseconds) {
   const timespec time{seconds, nanoseconds};
   const std::array<timespec, 2> accessAndModification{time, time};
   ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), accessAndModification.data(), 0), 0) << path;
+}
+
+void WriteSettings(std::string_view contents) {
+  static std::int64_t time = 1'600'000'000;
+  WriteFile(kSettingsPath, contents);
+  SetModificationTime(kSettingsPath, time += 10);
 }
 
 std::string BinaryNoise() {

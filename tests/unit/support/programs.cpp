@@ -15,6 +15,7 @@
 namespace ov {
 
 void WriteScript(const std::string &path, std::string_view lines) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   WriteFile(path, "#!/bin/sh\n" + std::string(lines));
   std::filesystem::permissions(path, std::filesystem::perms(0755));
 }
@@ -24,10 +25,7 @@ void WritePrintingScript(const std::string &path, std::string_view output) {
   WriteScript(path, "exec cat '" + path + ".output'\n");
 }
 
-FirstInPath::FirstInPath(const std::string &folder) {
-  const char *path = std::getenv("PATH");
-  before_ = path != nullptr ? path : "/usr/bin:/bin";
-  std::filesystem::create_directories(folder);
+FirstInPath::FirstInPath(const std::string &folder) : before_(std::getenv("PATH")) {
   setenv("PATH", (folder + ":" + before_).c_str(), 1);
 }
 

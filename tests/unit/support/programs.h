@@ -14,7 +14,7 @@ void WriteScript(const std::string &path, std::string_view lines);
 /// Makes an executable script that prints exactly this.
 void WritePrintingScript(const std::string &path, std::string_view output);
 
-/// While it lives, programs are looked for in this folder first. The folder is made.
+/// While it lives, programs are looked for in this folder first.
 class FirstInPath {
  public:
   explicit FirstInPath(const std::string &folder);

@@ -1,45 +1,42 @@
-// What monitors call of the system, in a program that is linked with --wrap for sleep,
-// pthread_create and pthread_join. Its monitors sleep about a millisecond instead of a period.
+// The calls of the product that the linker hands to the tests first (--wrap). They do what the
+// system's do, unless a test sets one of these variables.
 #pragma once
 
-#include <thread>
+#include <atomic>
+#include <functional>
+#include <string>
 #include <vector>
 
 namespace ov {
 
-struct Sleep {
-  std::thread::id thread;
-  unsigned seconds;  ///< that were asked for
-};
+extern std::atomic<int> g_threadStartError;            ///< pthread_create fails with it
+extern std::atomic<int> g_threadJoinError;             ///< pthread_join fails with it
+extern std::atomic<int> g_threadsStartLate;            ///< by some milliseconds
+extern std::atomic<int> g_sleepsAreShort;              ///< sleep returns after a millisecond
+extern std::atomic<int> g_sleepsLast;                  ///< sleep returns after it is cleared again
+extern std::atomic<int> g_hardwareAddressesAreHidden;  ///< getifaddrs lists them as a tunnel's
 
-/// The sleeps since the last call, oldest first.
-std::vector<Sleep> TakeSleeps();
+/// Called once, before the next accept4.
+extern std::function<void()> g_beforeAccept;
 
-/// While it lives, pthread_create fails with this error, and gives no valid thread.
-class FailingThreadStarts {
+/// Sets one of the variables as long as it lives.
+class Temporarily {
  public:
-  explicit FailingThreadStarts(int error);
-  FailingThreadStarts(const FailingThreadStarts &) = delete;
-  FailingThreadStarts &operator=(const FailingThreadStarts &) = delete;
-  ~FailingThreadStarts();
+  explicit Temporarily(std::atomic<int> &variable, int value = 1) : variable_(variable) {
+    variable_ = value;
+  }
+  Temporarily(const Temporarily &) = delete;
+  Temporarily &operator=(const Temporarily &) = delete;
+  ~Temporarily() { variable_ = 0; }
+
+ private:
+  std::atomic<int> &variable_;
 };
 
-/// While it lives, pthread_join fails with this error, and the thread goes on.
-class FailingJoins {
- public:
-  explicit FailingJoins(int error);
-  FailingJoins(const FailingJoins &) = delete;
-  FailingJoins &operator=(const FailingJoins &) = delete;
-  ~FailingJoins();
-};
+/// The seconds that the short sleeps since the last call were to take, oldest first.
+std::vector<unsigned> TakeSleeps();
 
-/// While it lives, new threads wait some milliseconds before they do anything.
-class LateThreads {
- public:
-  LateThreads();
-  LateThreads(const LateThreads &) = delete;
-  LateThreads &operator=(const LateThreads &) = delete;
-  ~LateThreads();
-};
+/// The names of the process-wide objects in the order of their construction.
+std::vector<std::string> ConstructedObjects();
 
 }  // namespace ov

@@ -143,7 +143,9 @@ TEST(ScriptRunnerTest, ChildrenThatHoldTheOutputOpenAreNotWaitedFor) {
   EXPECT_LT(TimeOf([&] { text = ScriptOutput("echo out; sleep 1000 & echo $! >/tmp/id"); }),
             kNotLong);
   EXPECT_EQ(text, "out\n");
-  EXPECT_EQ(kill(std::stoi(ReadFile("/tmp/id")), SIGKILL), 0) << "it goes on";
+  const pid_t child = std::stoi(ReadFile("/tmp/id"));
+  EXPECT_EQ(kill(child, SIGKILL), 0) << "it goes on";
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
 }
 
 TEST(ScriptRunnerTest, ScriptThatClosesItsOutputIsWaitedFor) {

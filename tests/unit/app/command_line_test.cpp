@@ -51,8 +51,7 @@ const UsageRow kCommandLineRows[] = {
     {"EmptyOptionIsUnknown", {""}, "Unknown option: \n"},
     {"OptionIsPrintedAsItIs", {"%s"}, "Unknown option: %s\n"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, CommandLine, testing::ValuesIn(kCommandLineRows),
-                         OutcomeOf<UsageRow>);
+INSTANTIATE_TEST_SUITE_P(Rows, CommandLine, testing::ValuesIn(kCommandLineRows), OutcomeOf());
 
 TEST(CommandLineTest, UsageNamesTheProgramAsItWasCalled) {
   EXPECT_EQ(RunWith({"./a b"}).err.substr(0, 36), "Usage: ./a b -e EVENT_ID [VALUES]\n  ");

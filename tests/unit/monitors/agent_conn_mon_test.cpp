@@ -19,23 +19,18 @@ std::string Read() {
   return status;
 }
 
-struct StatusRow : Row {
-  std::string contents;
-  std::string status;
-};
-
-class AgentStatus : public testing::TestWithParam<StatusRow> {};
+class AgentStatus : public testing::TestWithParam<TextRow> {};
 
 TEST_P(AgentStatus, IsRead) {
-  WriteFile(kAgentStatusPath, GetParam().contents);
+  WriteFile(kAgentStatusPath, GetParam().input);
   const std::size_t open = CountOpenDescriptors();
-  EXPECT_TRUE(Read() == GetParam().status);
+  EXPECT_TRUE(Read() == GetParam().expected);
   EXPECT_EQ(CountOpenDescriptors(), open);
 }
 
 const std::string kLongLine(1'000'000, 'x');
 
-const StatusRow kAgentStatusRows[] = {
+const TextRow kAgentTextRows[] = {
     {"StatusIsTheThirdLine", "one\ntwo\nCONNECTED\nfour\n", "CONNECTED"},
     {"WhiteSpaceAroundTheStatusIsDropped", "\n\n \tCERTIFICATE  WARNING\v \r\n",
      "CERTIFICATE  WARNING"},
@@ -52,12 +47,10 @@ const StatusRow kAgentStatusRows[] = {
     {"LongLinesAreReadWhole", kLongLine + "\n" + kLongLine + "\n" + kLongLine + "y\n",
      kLongLine + "y"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, AgentStatus, testing::ValuesIn(kAgentStatusRows),
-                         OutcomeOf<StatusRow>);
+INSTANTIATE_TEST_SUITE_P(Rows, AgentStatus, testing::ValuesIn(kAgentTextRows), OutcomeOf());
 
-TEST(AgentStatusTest, MissingFileHasNoStatus) { EXPECT_EQ(Read(), ""); }
-
-TEST(AgentStatusTest, LinkIsFollowed) {
+TEST(AgentStatusTest, LinkIsFollowedAndAMissingFileHasNoStatus) {
+  EXPECT_EQ(Read(), "");
   ASSERT_EQ(symlink("/tmp/target", kAgentStatusPath), 0);
   EXPECT_EQ(Read(), "");
   WriteFile("/tmp/target", "\n\nCONNECTED\n");
@@ -75,20 +68,19 @@ TEST(AgentStatusTest, FoldersPipesAndDevicesHaveNoStatusAndHoldNobodyUp) {
 
 // --- The checks --------------------------------------------------------------------------------
 
-Events Check(AgentConnMon &monitor) {
+// What a check raises.
+std::string Check(AgentConnMon &monitor) {
   OutputOf([&] { monitor.Check(); });
   return TakeEvents();
 }
 
-// What a check raises when the agent says so.
-Events CheckWith(AgentConnMon &monitor, const std::string &status) {
+void SetStatus(const std::string &status) {
   WriteFile(kAgentStatusPath, "agent\n1\n" + status + "\n");
-  return Check(monitor);
 }
 
 struct CheckRow : Row {
-  std::vector<std::string> statuses;
-  Events events;
+  std::string statuses;  // of one check each
+  std::string events;
   bool connectedAllowed = true;
   bool failureAllowed = true;
 };
@@ -97,77 +89,55 @@ class AgentChecks : public testing::TestWithParam<CheckRow> {};
 
 TEST_P(AgentChecks, RaiseEvents) {
   AgentConnMon monitor(GetParam().connectedAllowed, GetParam().failureAllowed);
-  Events events;
-  for (const std::string &status : GetParam().statuses) {
-    for (const auto &event : CheckWith(monitor, status)) {
-      events.push_back(event);
-    }
+  std::string events;
+  for (const std::string &status : Parts(GetParam().statuses)) {
+    SetStatus(status);
+    events += Check(monitor);
   }
   EXPECT_EQ(events, GetParam().events);
 }
 
 const std::string kLong(127, 'x');
 
-const CheckRow kAgentChecksRows[] = {
-    {"ConnectionIsReportedOnceWithoutValues", {"  CONNECTED  ", "CONNECTED"}, {{"net02", ""}}},
-    {"ConnectingIsAChangeThatIsNotReported",
-     {"CONNECTED", "CONNECTING...", "CONNECTED"},
-     {{"net02", ""}, {"net02", ""}}},
+const CheckRow kChecks[] = {
+    {"ConnectionIsReportedOnceWithoutValues", "  CONNECTED  |CONNECTED", "net02 |"},
+    {"ConnectingIsAChangeThatIsNotReported", "CONNECTED|CONNECTING...|CONNECTED", "net02 |net02 |"},
     {"CertificateWarningIsReportedAsConnectedWithItsText",
-     {"CERTIFICATE WARNING", "CERTIFICATE WARNING"},
-     {{"net02", "CERTIFICATE WARNING"}}},
-    {"OtherStatusIsReportedAsAFailureWithItsText",
-     {"CONNECTED", "DISCONNECTED", "DISCONNECTED"},
-     {{"net02", ""}, {"net03", "DISCONNECTED"}}},
-    {"OtherSpellingsAreFailures",
-     {"Connected", "CONNECTING", "CERTIFICATE  WARNING", "connecting..."},
-     {{"net03", "Connected"},
-      {"net03", "CONNECTING"},
-      {"net03", "CERTIFICATE  WARNING"},
-      {"net03", "connecting..."}}},
-    {"LostStatusIsAFailureWithoutText", {"CONNECTED", "", ""}, {{"net02", ""}, {"net03", ""}}},
-    {"NoStatusAtTheStartIsNotReported", {"", ""}, {}},
-    {"ConnectionThatIsNotAllowedIsNotReported",
-     {"CONNECTED", "CERTIFICATE WARNING", "DOWN"},
-     {{"net03", "DOWN"}},
-     false,
-     true},
-    {"FailureThatIsNotAllowedIsRemembered",
-     {"CONNECTED", "DOWN", "CONNECTED"},
-     {{"net02", ""}, {"net02", ""}},
-     true,
+     "CERTIFICATE WARNING|CERTIFICATE WARNING", "net02 CERTIFICATE WARNING|"},
+    {"OtherStatusIsReportedAsAFailureWithItsText", "CONNECTED|DISCONNECTED|DISCONNECTED",
+     "net02 |net03 DISCONNECTED|"},
+    {"OtherSpellingsAreFailures", "Connected|CONNECTING|CERTIFICATE  WARNING",
+     "net03 Connected|net03 CONNECTING|net03 CERTIFICATE  WARNING|"},
+    {"LostStatusIsAFailureWithoutText", "CONNECTED||", "net02 |net03 |"},
+    {"NoStatusAtTheStartIsNotReported", "|", ""},
+    {"ConnectionThatIsNotAllowedIsNotReported", "CONNECTED|CERTIFICATE WARNING|DOWN", "net03 DOWN|",
+     false, true},
+    {"FailureThatIsNotAllowedIsRemembered", "CONNECTED|DOWN|CONNECTED", "net02 |net02 |", true,
      false},
-    {"StatusesThatDifferBeyondTheCutTo127BytesAreAChange",
-     {kLong + "1", kLong + "2"},
-     {{"net03", kLong}, {"net03", kLong}}}};
+    {"StatusesThatDifferBeyondTheCutTo127BytesAreAChange", kLong + "1|" + kLong + "2",
+     "net03 " + kLong + "|net03 " + kLong + "|"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, AgentChecks, testing::ValuesIn(kAgentChecksRows),
-                         OutcomeOf<CheckRow>);
+INSTANTIATE_TEST_SUITE_P(Rows, AgentChecks, testing::ValuesIn(kChecks), OutcomeOf());
 
-TEST(AgentConnMonTest, RemovedFileIsAFailureWithoutText) {
+TEST(AgentConnMonTest, RemovedFileIsAFailureAndInitAndANewMonitorForgetTheStatus) {
   AgentConnMon monitor(true, true);
-  EXPECT_EQ(CheckWith(monitor, "CONNECTED"), (Events{{"net02", ""}}));
-  std::remove(kAgentStatusPath);
-  EXPECT_EQ(Check(monitor), (Events{{"net03", ""}}));
-}
-
-TEST(AgentConnMonTest, InitAndANewMonitorForgetTheStatus) {
-  AgentConnMon monitor(true, true);
-  EXPECT_EQ(CheckWith(monitor, "CONNECTED"), (Events{{"net02", ""}}));
+  SetStatus("CONNECTED");
+  EXPECT_EQ(Check(monitor), "net02 |");
   monitor.Init();
-  EXPECT_EQ(Check(monitor), (Events{{"net02", ""}}));
+  EXPECT_EQ(Check(monitor), "net02 |");
   AgentConnMon other(true, true);
-  EXPECT_EQ(Check(other), (Events{{"net02", ""}}));
+  EXPECT_EQ(Check(other), "net02 |");
+  std::remove(kAgentStatusPath);
+  EXPECT_EQ(Check(monitor), "net03 |");
 }
 
 TEST(AgentConnMonTest, CheckPrintsTheStatusForDebuggingEachTime) {
   AgentConnMon monitor(true, true);
-  const auto check = [&] { monitor.Check(); };
-  EXPECT_EQ(OutputOf(check), (Output{"", "AgentConnMon::ReadAgentStatus:  \"\"\n"}));
-  WriteFile(kAgentStatusPath, "\n\n CONNECTED\n");
-  const Output line{"", "AgentConnMon::ReadAgentStatus:  \"CONNECTED\"\n"};
-  EXPECT_EQ(OutputOf(check), line);
-  EXPECT_EQ(OutputOf(check), line);
+  SetStatus(" CONNECTED");
+  for (int check = 0; check < 2; ++check) {
+    EXPECT_EQ(OutputOf([&] { monitor.Check(); }),
+              (Output{"", "AgentConnMon::ReadAgentStatus:  \"CONNECTED\"\n"}));
+  }
 }
 
 }  // namespace

@@ -16,44 +16,33 @@ struct MonitorRow : Row {
   std::string name;
   unsigned period;
   std::function<std::unique_ptr<Monitor>()> make;
-  Events firstEvents;
+  std::string firstEvents;
 };
 
-const std::array<MonitorRow, 4> kMonitors{{
-    {{"UsbDevMon"},
-     "USB Device Monitor",
-     3,
-     [] { return std::make_unique<UsbDevMon>(true, true, true); },
-     {{"sys05", "usb1"}}},
-    {{"VmwSigninMon"},
-     "Omnissa Signin Monitor",
-     3,
-     [] { return std::make_unique<VmwSigninMon>(true, true); },
-     {{"sec03", "alice/success"}}},
-    {{"AgentConnMon"},
-     "Secure Connection Monitor",
-     5,
-     [] { return std::make_unique<AgentConnMon>(true, true); },
-     {{"net03", "DOWN"}}},
-    {{"PerfMon"},
-     "Performance Monitor",
-     5,
-     [] { return std::make_unique<PerfMon>(true, true, true, 50.0F, 60.0F, 70.0F); },
-     {{"perf02", "60.00% > 60.00%"}}},
-}};
+template <typename Kind, typename... Arguments>
+auto Making(Arguments... arguments) {
+  return [=]() -> std::unique_ptr<Monitor> { return std::make_unique<Kind>(arguments...); };
+}
+
+const MonitorRow kMonitors[] = {
+    {"Usb", "USB Device Monitor", 3, Making<UsbDevMon>(true, true, true), "sys05 usb1|"},
+    {"Signin", "Omnissa Signin Monitor", 3, Making<VmwSigninMon>(true, true), "sec03 alice/x|"},
+    {"Agent", "Secure Connection Monitor", 5, Making<AgentConnMon>(true, true), "net03 DOWN|"},
+    {"Perf", "Performance Monitor", 5, Making<PerfMon>(true, true, true, 9.0F, 60.0F, 9.0F),
+     "perf02 60.00% > 60.00%|"}};
 
 class MonitorLifetime : public testing::TestWithParam<MonitorRow> {
  protected:
   MonitorLifetime() {
     WriteScript(kUsbScriptPath, "echo usb1");
     WriteScript(kPerfScriptPath, "echo mem=60");
-    WriteScript(kSigninScriptPath, "[ $1 = error ] || echo x:alice:success:y");
+    WriteScript(kSigninScriptPath, "[ $1 = error ] || echo x:alice:x:y");
+    PutFirstInPath("/tmp/bin");
     WriteScript("/tmp/bin/pgrep", "echo 1234");
     WriteFile(kAgentStatusPath, "\n\nDOWN\n");
     TakeSleeps();
   }
 
-  const FirstInPath folder_{"/tmp/bin"};
   const Temporarily shortSleeps_{g_sleepsAreShort};
 };
 
@@ -81,8 +70,7 @@ TEST_P(MonitorLifetime, MonitorMayBeDestroyedAtAnyMoment) {
   EXPECT_FALSE(TakeEvents().empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Classes, MonitorLifetime, testing::ValuesIn(kMonitors),
-                         OutcomeOf<MonitorRow>);
+INSTANTIATE_TEST_SUITE_P(Classes, MonitorLifetime, testing::ValuesIn(kMonitors), OutcomeOf());
 
 }  // namespace
 }  // namespace ov

@@ -9,32 +9,27 @@ namespace ov {
 namespace {
 
 // What a check raises when the script prints this.
-Events CheckWith(PerfMon &monitor, std::string_view output) {
+std::string CheckWith(PerfMon &monitor, std::string_view output) {
   WritePrintingScript(kPerfScriptPath, output);
   EXPECT_EQ(OutputOf([&] { monitor.Check(); }), (Output{"", ""}));
   return TakeEvents();
 }
 
 // What a new monitor that watches the processor alone raises.
-Events RaisedAt(float threshold, std::string_view output) {
+std::string RaisedAt(float threshold, std::string_view output) {
   PerfMon monitor(true, false, false, threshold, 0, 0);
   return CheckWith(monitor, output);
 }
 
 // --- Readings ----------------------------------------------------------------------------------
 
-struct ReadingRow : Row {
-  std::string output;
-  std::string value;
-};
-
-class PerfReading : public testing::TestWithParam<ReadingRow> {};
+class PerfReading : public testing::TestWithParam<TextRow> {};
 
 TEST_P(PerfReading, IsRead) {
-  EXPECT_EQ(RaisedAt(-9, GetParam().output), (Events{{"perf01", GetParam().value + "% > -9.00%"}}));
+  EXPECT_EQ(RaisedAt(-9, GetParam().input), "perf01 " + GetParam().expected + "% > -9.00%|");
 }
 
-const ReadingRow kPerfReadingRows[] = {
+const TextRow kPerfTextRows[] = {
     {"BlanksAroundKeyAndValueAreDropped", "cpu = 50\n", "50.00"},
     {"WhiteSpaceAroundKeyAndValueIsDropped", "\t cpu\v=\t50 \r\n", "50.00"},
     {"LastLineNeedsNoLineFeed", "mem=1\n\ncpu=50", "50.00"},
@@ -55,98 +50,70 @@ const ReadingRow kPerfReadingRows[] = {
     {"TwoNumbersReadAsZero", "cpu=5 0\n", "0.00"},
     {"HexadecimalReadsAsZero", "cpu=0x32\n", "0.00"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, PerfReading, testing::ValuesIn(kPerfReadingRows),
-                         OutcomeOf<ReadingRow>);
-
-TEST(PerfMonTest, ScriptIsRunWithoutArguments) {
-  PerfMon monitor(true, false, false, 0, 0, 0);
-  WriteScript(kPerfScriptPath, "echo cpu=4$#");
-  monitor.Check();
-  EXPECT_EQ(TakeEvents(), (Events{{"perf01", "40.00% > 0.00%"}}));
-}
+INSTANTIATE_TEST_SUITE_P(Rows, PerfReading, testing::ValuesIn(kPerfTextRows), OutcomeOf());
 
 // --- Thresholds --------------------------------------------------------------------------------
 
-struct CrossingRow : Row {
-  std::vector<std::string> outputs;  // of one check each
-  Events events;
-};
-
-class PerfCrossing : public testing::TestWithParam<CrossingRow> {};
+class PerfCrossing : public testing::TestWithParam<TextRow> {};
 
 TEST_P(PerfCrossing, IsReported) {
   PerfMon monitor(true, true, true, 80, 20, 30);
-  Events events;
-  for (const std::string &output : GetParam().outputs) {
-    for (const auto &event : CheckWith(monitor, output)) {
-      events.push_back(event);
-    }
+  std::string events;
+  for (const std::string &output : Parts(GetParam().input)) {
+    events += CheckWith(monitor, output);
     monitor.Init();  // resets nothing
   }
-  EXPECT_EQ(events, GetParam().events);
+  EXPECT_EQ(events, GetParam().expected);
 }
 
-const CrossingRow kPerfCrossingRows[] = {
-    {"EachResourceHasItsKeyItsEventAndItsThreshold",
-     {"disk=81\nmem=40.25\ncpu=82.5\n"},
-     {{"perf01", "82.50% > 80.00%"}, {"perf02", "40.25% > 20.00%"}, {"perf03", "81.00% > 30.00%"}}},
-    {"EventIsRaisedOncePerCrossing",
-     {"cpu=79.9", "cpu=80", "cpu=85", "cpu=90", "cpu=79", "cpu=81"},
-     {{"perf01", "80.00% > 80.00%"}, {"perf01", "81.00% > 80.00%"}}},
-    {"ResourcesCrossIndependently",
-     {"cpu=90\nmem=10", "cpu=10\nmem=90", "cpu=90\nmem=90\ndisk=90"},
-     {{"perf01", "90.00% > 80.00%"},
-      {"perf02", "90.00% > 20.00%"},
-      {"perf01", "90.00% > 80.00%"},
-      {"perf03", "90.00% > 30.00%"}}},
-    {"MissingKeyKeepsTheValueOfTheCheckBefore",
-     {"cpu=90", "mem=10", "", "cpu=91"},
-     {{"perf01", "90.00% > 80.00%"}}},
-    {"NotANumberArmsAgain",
-     {"cpu=90", "cpu=nan", "cpu=90"},
-     {{"perf01", "90.00% > 80.00%"}, {"perf01", "90.00% > 80.00%"}}},
-    {"InfinityReachesEveryThreshold", {"cpu=inf"}, {{"perf01", "inf% > 80.00%"}}},
-    // No float lies between this reading and the threshold.
-    {"ReadingsAreComparedAsSingleFloats",
-     {"cpu=79.9999", "cpu=79.999999"},
-     {{"perf01", "80.00% > 80.00%"}}}};
+const TextRow kCrossings[] = {
+    {"EachResourceHasItsKeyItsEventAndItsThreshold", "disk=81\nmem=40.25\ncpu=82.5\n",
+     "perf01 82.50% > 80.00%|perf02 40.25% > 20.00%|perf03 81.00% > 30.00%|"},
+    {"EventIsRaisedOncePerCrossing", "cpu=79.9|cpu=80|cpu=85|cpu=90|cpu=79|cpu=81",
+     "perf01 80.00% > 80.00%|perf01 81.00% > 80.00%|"},
+    {"ResourcesCrossIndependently", "cpu=90\nmem=10|cpu=10\nmem=90|cpu=90\nmem=90\ndisk=90",
+     "perf01 90.00% > 80.00%|perf02 90.00% > 20.00%|"
+     "perf01 90.00% > 80.00%|perf03 90.00% > 30.00%|"},
+    {"MissingKeyKeepsTheValueOfTheCheckBefore", "cpu=90|mem=10||cpu=91", "perf01 90.00% > 80.00%|"},
+    {"NotANumberArmsAgain", "cpu=90|cpu=nan|cpu=90",
+     "perf01 90.00% > 80.00%|perf01 90.00% > 80.00%|"},
+    {"InfinityReachesEveryThreshold", "cpu=inf", "perf01 inf% > 80.00%|"},
+    // No float lies between the second reading and the threshold.
+    {"ReadingsAreComparedAsSingleFloats", "cpu=79.9999|cpu=79.999999", "perf01 80.00% > 80.00%|"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, PerfCrossing, testing::ValuesIn(kPerfCrossingRows),
-                         OutcomeOf<CrossingRow>);
+INSTANTIATE_TEST_SUITE_P(Rows, PerfCrossing, testing::ValuesIn(kCrossings), OutcomeOf());
 
-TEST(PerfMonTest, ThresholdOfZeroIsReachedWithoutAScriptAndNotByNotANumber) {
-  std::remove(kPerfScriptPath);
-  PerfMon monitor(true, true, true, 0, 0, 0);
+TEST(PerfMonTest, ScriptIsRunWithoutArgumentsAndAMissingOneKeepsTheValues) {
+  PerfMon monitor(true, true, true, 0, 40, 80);
   EXPECT_EQ(OutputOf([&] { monitor.Check(); }), (Output{"", ""}));
-  EXPECT_EQ(TakeEvents(), (Events{{"perf01", "0.00% > 0.00%"},
-                                  {"perf02", "0.00% > 0.00%"},
-                                  {"perf03", "0.00% > 0.00%"}}));
-  EXPECT_EQ(RaisedAt(0, "cpu=nan\n"), Events());
-}
-
-TEST(PerfMonTest, MissingScriptKeepsTheValuesOfTheCheckBefore) {
-  PerfMon monitor(true, true, true, 80, 80, 80);
-  CheckWith(monitor, "cpu=90\n");
+  EXPECT_EQ(TakeEvents(), "perf01 0.00% > 0.00%|");  // reached without a script
+  WriteScript(kPerfScriptPath, "echo mem=4$#");
+  monitor.Check();
+  EXPECT_EQ(TakeEvents(), "perf02 40.00% > 40.00%|");
   std::remove(kPerfScriptPath);
   monitor.Check();
-  EXPECT_EQ(CheckWith(monitor, "cpu=91\n"), Events()) << "the 90 was forgotten";
+  EXPECT_EQ(CheckWith(monitor, "mem=41\n"), "") << "the 40 was forgotten";
+}
+
+TEST(PerfMonTest, NotANumberDoesNotReachAThresholdOfZero) {
+  EXPECT_EQ(RaisedAt(0, "cpu=nan\n"), "");
 }
 
 TEST(PerfMonTest, EventsThatAreNotAllowedAreNotRaised) {
-  for (int denied = 0; denied < 3; ++denied) {
-    PerfMon monitor(denied != 0, denied != 1, denied != 2, 9, 9, 9);
-    Events expected{
-        {"perf01", "90.00% > 9.00%"}, {"perf02", "90.00% > 9.00%"}, {"perf03", "90.00% > 9.00%"}};
-    expected.erase(expected.begin() + denied);
-    EXPECT_EQ(CheckWith(monitor, "cpu=90\nmem=90\ndisk=90\n"), expected);
+  const std::vector<std::string> rest{"perf02 9.00% > 1.00%|perf03 9.00% > 1.00%|",
+                                      "perf01 9.00% > 1.00%|perf03 9.00% > 1.00%|",
+                                      "perf01 9.00% > 1.00%|perf02 9.00% > 1.00%|"};
+  for (std::size_t denied = 0; denied < 3; ++denied) {
+    PerfMon monitor(denied != 0, denied != 1, denied != 2, 1, 1, 1);
+    EXPECT_EQ(CheckWith(monitor, "cpu=9\nmem=9\ndisk=9\n"), rest[denied]);
   }
 }
 
 // --- The length of the values ------------------------------------------------------------------
 
 TEST(PerfMonTest, ValuesOfFifteenCharactersAreRaised) {
-  EXPECT_EQ(RaisedAt(90, "cpu=99.994\n"), (Events{{"perf01", "99.99% > 90.00%"}}));
-  EXPECT_EQ(RaisedAt(9, "cpu=100\n"), (Events{{"perf01", "100.00% > 9.00%"}}));
+  EXPECT_EQ(RaisedAt(90, "cpu=99.994\n"), "perf01 99.99% > 90.00%|");
+  EXPECT_EQ(RaisedAt(9, "cpu=100\n"), "perf01 100.00% > 9.00%|");
 }
 
 TEST(PerfMonTest, LongerValuesEndTheProcess) {
@@ -162,7 +129,7 @@ TEST(PerfMonTest, LongerValuesEndTheProcess) {
 
 TEST(PerfMonTest, ReadingThatIsNotAllowedDoesNotEndTheProcess) {
   PerfMon monitor(true, false, true, 80, 10, 80);
-  EXPECT_EQ(CheckWith(monitor, "mem=100\n"), Events());
+  EXPECT_EQ(CheckWith(monitor, "mem=100\n"), "");
 }
 
 }  // namespace

@@ -22,24 +22,6 @@ TEST(ForwardingTest, CopyKeepsTheUdpSocketOpenAfterClose) {
   EXPECT_EQ(CountOpenDescriptors(), open);
 }
 
-TEST(ForwardingTest, CopyKeepsItsValuesWhenTheForwardingChanges) {
-  SharedForwarding shared;
-  shared.Change([](Forwarding &forwarding) {
-    forwarding.facility = 16;
-    forwarding.formatter.SetTemplate(QStringLiteral("old"));
-  });
-  const Forwarding copy = shared.Get();
-  shared.Change([](Forwarding &forwarding) {
-    forwarding.facility = 3;
-    forwarding.protocol = Protocol::kTcp;
-    forwarding.formatter.SetTemplate(QStringLiteral("new"));
-  });
-  EXPECT_EQ(copy.facility, 16);
-  EXPECT_EQ(copy.protocol, Protocol::kUdp);
-  EXPECT_EQ(copy.formatter.Render({}).toStdString(), "old");
-  EXPECT_EQ(shared.Get().formatter.Render({}).toStdString(), "new");
-}
-
 TEST(ForwardingTest, GetWaitsForTheEndOfAChange) {
   SharedForwarding shared;
   std::atomic<bool> asks{false};
@@ -56,20 +38,6 @@ TEST(ForwardingTest, GetWaitsForTheEndOfAChange) {
     forwarding.facility = 2;
   });
   reader.join();
-}
-
-TEST(ForwardingTest, ChangesDoNotOverlap) {
-  constexpr int kChanges = 20'000;
-  SharedForwarding shared;
-  const auto count = [&] {
-    for (int change = 0; change < kChanges; ++change) {
-      shared.Change([](Forwarding &forwarding) { ++forwarding.facility; });
-    }
-  };
-  std::thread other(count);
-  count();
-  other.join();
-  EXPECT_EQ(shared.Get().facility, 2 * kChanges);
 }
 
 }  // namespace

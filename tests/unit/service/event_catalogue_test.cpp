@@ -1,7 +1,5 @@
 #include "service/event_catalogue.h"
 
-#include <QTextCodec>
-#include <algorithm>
 #include <map>
 
 #include "support/support.h"
@@ -75,17 +73,13 @@ TEST(LoadEventDefinitionsTest, FallbackIsNotReadBesideASystemFile) {
   EXPECT_EQ(Listed(Load("").definitions), "");
 }
 
-TEST(LoadEventDefinitionsTest, SystemFileThatCannotBeOpenedIsReportedAndDefinesNothing) {
+TEST(LoadEventDefinitionsTest, FileThatCannotBeOpenedIsReportedUnderTheSystemPath) {
+  std::filesystem::create_directory(kFallbackDefinitionsPath);
+  EXPECT_EQ(Load().output, (Output{kFallbackProgress, kCannotOpen}));
   std::filesystem::create_directory(kSystemDefinitionsPath);
-  WriteFile(kFallbackDefinitionsPath, kRow);
   const Loaded loaded = Load();
   EXPECT_EQ(loaded.output, (Output{kProgress, kCannotOpen}));
   EXPECT_EQ(Listed(loaded.definitions), "");
-}
-
-TEST(LoadEventDefinitionsTest, FallbackThatCannotBeOpenedIsReportedUnderTheSystemPath) {
-  std::filesystem::create_directory(kFallbackDefinitionsPath);
-  EXPECT_EQ(Load().output, (Output{kFallbackProgress, kCannotOpen}));
 }
 
 // --- Lines -------------------------------------------------------------------------------------
@@ -144,37 +138,7 @@ const LineRow kDefinitionsRows[] = {
     {"BytesThatAreNoUtf8AreReplaced", "perf01,CPU,\xFFhigh,warn\n",
      "perf01|CPU|\xEF\xBF\xBDhigh|warn|4\n"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, Definitions, testing::ValuesIn(kDefinitionsRows),
-                         OutcomeOf<LineRow>);
-
-TEST(LoadEventDefinitionsTest, TextIsUtf8WhateverTheLocale) {
-  QTextCodec *const before = QTextCodec::codecForLocale();
-  QTextCodec::setCodecForLocale(QTextCodec::codecForName("ISO-8859-1"));
-  const Loaded loaded = Load("perf01,Gerät,Größe → ☃,warn\n");
-  QTextCodec::setCodecForLocale(before);
-  EXPECT_EQ(Listed(loaded.definitions), "perf01|Gerät|Größe → ☃|warn|4\n");
-}
-
-TEST(LoadEventDefinitionsTest, RowsAroundBinaryNoiseAreKept) {
-  std::string noise = BinaryNoise();
-  noise.erase(std::remove(noise.begin(), noise.end(), '\0'), noise.end());
-  const EventDefinitions definitions = Load(kRow + noise + "\nsys05,S,low,info\n").definitions;
-  EXPECT_EQ(definitions.value(QStringLiteral("perf01")).severity, 4);
-  EXPECT_EQ(definitions.value(QStringLiteral("sys05")).severity, 6);
-}
-
-TEST(LoadEventDefinitionsTest, ManyRowsAndARowOfOneMegabyteAreLoaded) {
-  constexpr int kRows = 20'000;
-  const std::string text(1024 * 1024, 'x');
-  std::string contents = "perf01,CPU," + text + ",warn\n";
-  for (int row = 0; row < kRows; ++row) {
-    contents += "id" + std::to_string(row) + ",label,description,info\n";
-  }
-  const Loaded loaded = Load(contents);
-  EXPECT_EQ(loaded.output, (Output{kProgress, ""}));
-  EXPECT_EQ(loaded.definitions.size(), kRows + 1);
-  EXPECT_TRUE(loaded.definitions.value(QStringLiteral("perf01")).description.toStdString() == text);
-}
+INSTANTIATE_TEST_SUITE_P(Rows, Definitions, testing::ValuesIn(kDefinitionsRows), OutcomeOf());
 
 // --- The catalogue -----------------------------------------------------------------------------
 

@@ -4,13 +4,29 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <future>
 #include <iterator>
+#include <thread>
 
 namespace ov {
+namespace {
 
-std::size_t CountOpenDescriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
+std::size_t CountEntries(const char *folder) {
+  const std::filesystem::directory_iterator entries(folder);
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+}  // namespace
+
+std::size_t CountOpenDescriptors() { return CountEntries("/proc/self/fd"); }
+
+std::size_t CountThreads() {
+  std::promise<void> counted;
+  std::thread another([end = counted.get_future()] { end.wait(); });
+  const std::size_t threads = CountEntries("/proc/self/task");
+  counted.set_value();
+  another.join();
+  return threads - 1;
 }
 
 bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }

@@ -1,4 +1,4 @@
-// The open descriptors of the test's process.
+// The open descriptors and the threads of the test's process.
 #pragma once
 
 #include <sys/resource.h>
@@ -8,6 +8,10 @@
 namespace ov {
 
 std::size_t CountOpenDescriptors();
+
+/// Not counting one that is started for the time of the counting, as a sanitizer starts one of its
+/// own beside the first. A thread that was just joined may still be counted for a moment.
+std::size_t CountThreads();
 
 bool IsOpen(int fd);
 

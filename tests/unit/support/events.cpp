@@ -10,11 +10,11 @@
 
 namespace ov {
 
-Events TakeEvents() {
+std::string TakeEvents() {
   constexpr std::int64_t kMinute = 60;
   const EventList records = g_eventQueue.TakeAll();
   const std::int64_t now = std::time(nullptr);
-  Events events;
+  std::string events;
   for (const EventRecord &record : records) {
     const std::string id(EventIdText(record));
     const std::string values(EventValuesText(record));
@@ -22,7 +22,7 @@ Events TakeEvents() {
     remade.time = record.time;
     EXPECT_EQ(std::memcmp(&record, &remade, kEventRecordSize), 0) << id << " " << values;
     EXPECT_TRUE(now - kMinute <= record.time && record.time <= now) << record.time;
-    events.emplace_back(id, values);
+    events += id + " " + values + "|";
   }
   return events;
 }

@@ -2,16 +2,11 @@
 #pragma once
 
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace ov {
 
-/// Identifiers and values, oldest first.
-using Events = std::vector<std::pair<std::string, std::string>>;
-
-/// Empties the queue. Fails the test unless each record is, in every byte, one that was made of its
-/// texts within the last minute.
-Events TakeEvents();
+/// Empties the queue and returns "<id> <values>|" for each event, oldest first. Fails the test
+/// unless each record is, in every byte, one that was made of its texts within the last minute.
+std::string TakeEvents();
 
 }  // namespace ov

@@ -7,7 +7,6 @@
 #include <array>
 #include <fstream>
 #include <iterator>
-#include <random>
 
 #include "config/settings.h"
 
@@ -35,19 +34,6 @@ void WriteSettings(std::string_view contents) {
   static std::int64_t time = 1'600'000'000;
   WriteFile(kSettingsPath, contents);
   SetModificationTime(kSettingsPath, time += 10);
-}
-
-std::string BinaryNoise() {
-  constexpr std::size_t kSize = 16 * 1024;
-  std::mt19937 random(1);  // the same bytes in every run
-  std::string noise;
-  while (noise.size() < kSize) {
-    const char byte = static_cast<char>(random() & 0xFFU);
-    if (byte != '\n') {
-      noise.push_back(byte);
-    }
-  }
-  return noise;
 }
 
 }  // namespace ov

@@ -19,7 +19,4 @@ void SetModificationTime(const std::string &path, std::int64_t seconds, long nan
 /// what it read of a file of the same time and size.
 void WriteSettings(std::string_view contents);
 
-/// 16 KiB in which every byte value occurs, in no order that means anything, without a line feed.
-std::string BinaryNoise();
-
 }  // namespace ov

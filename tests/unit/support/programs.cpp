@@ -25,11 +25,9 @@ void WritePrintingScript(const std::string &path, std::string_view output) {
   WriteScript(path, "exec cat '" + path + ".output'\n");
 }
 
-FirstInPath::FirstInPath(const std::string &folder) : before_(std::getenv("PATH")) {
-  setenv("PATH", (folder + ":" + before_).c_str(), 1);
+void PutFirstInPath(const std::string &folder) {
+  setenv("PATH", (folder + ":" + std::getenv("PATH")).c_str(), 1);
 }
-
-FirstInPath::~FirstInPath() { setenv("PATH", before_.c_str(), 1); }
 
 IdleProcess::IdleProcess(const std::string &name) {
   std::string path = "/tmp/" + name;

@@ -14,17 +14,8 @@ void WriteScript(const std::string &path, std::string_view lines);
 /// Makes an executable script that prints exactly this.
 void WritePrintingScript(const std::string &path, std::string_view output);
 
-/// While it lives, programs are looked for in this folder first.
-class FirstInPath {
- public:
-  explicit FirstInPath(const std::string &folder);
-  FirstInPath(const FirstInPath &) = delete;
-  FirstInPath &operator=(const FirstInPath &) = delete;
-  ~FirstInPath();
-
- private:
-  std::string before_;
-};
+/// Programs are looked for in this folder first until the test ends.
+void PutFirstInPath(const std::string &folder);
 
 /// A process that does nothing but have this name, which ends with the object.
 class IdleProcess {

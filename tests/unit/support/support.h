@@ -24,5 +24,4 @@
 #include "support/polling.h"
 #include "support/programs.h"
 #include "support/rows.h"
-#include "support/threads.h"
 #include "support/wrapped_calls.h"

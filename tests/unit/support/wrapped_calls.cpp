@@ -24,6 +24,7 @@ std::atomic<int> g_threadJoinError{0};
 std::atomic<int> g_threadsStartLate{0};
 std::atomic<int> g_sleepsAreShort{0};
 std::atomic<int> g_sleepsLast{0};
+std::atomic<int> g_threadJoins{0};
 std::atomic<int> g_hardwareAddressesAreHidden{0};
 std::function<void()> g_beforeAccept;
 
@@ -112,6 +113,7 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
 }
 
 int __wrap_pthread_join(pthread_t thread, void **result) {
+  ++ov::g_threadJoins;
   if (ov::g_threadJoinError != 0) {
     pthread_detach(thread);
     return ov::g_threadJoinError;

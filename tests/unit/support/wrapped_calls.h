@@ -15,6 +15,7 @@ extern std::atomic<int> g_threadsStartLate;            ///< by some milliseconds
 extern std::atomic<int> g_sleepsAreShort;              ///< sleep returns after a millisecond
 extern std::atomic<int> g_sleepsLast;                  ///< sleep returns after it is cleared again
 extern std::atomic<int> g_hardwareAddressesAreHidden;  ///< getifaddrs lists them as a tunnel's
+extern std::atomic<int> g_threadJoins;                 ///< the calls of pthread_join so far
 
 /// Called once, before the next accept4.
 extern std::function<void()> g_beforeAccept;

@@ -167,9 +167,9 @@ class Process:
         status = self._popen.returncode
         return 128 - status if status is not None and status < 0 else status
 
-    def _end_after_look_for_leaks(self, patience):
-        """Lets a service of the build with the address sanitizer look for leaks and end. At a
-        moment without a pause it may hold a lock that the look needs."""
+    def _end_after_report(self, patience):
+        """Lets a service look for leaks or write its coverage counters, and end. At a moment
+        without a pause it may hold a lock that this needs."""
         try:
             if self.facts.exe().endswith("/ov-event-logger"):
                 wait_until(lambda: self.waiting_in[0][0] in PAUSES, "a pause", patience)
@@ -180,8 +180,8 @@ class Process:
 
     def kill(self, patience=1):
         """Ends the process, if it has not ended by itself, and waits for that."""
-        if os.environ.get("OV_SANITIZER") == "address" and self.is_running():
-            self._end_after_look_for_leaks(patience)
+        if os.environ.get("OV_SANITIZER") in ("address", "coverage") and self.is_running():
+            self._end_after_report(patience)
         if self.is_running():
             try:
                 self.facts.kill()

@@ -28,7 +28,7 @@ CYCLE = "Starting event server..."
 ROW = "perf01,CPU,CPU usage is high,warn"
 UDP = {"allowed": "perf01", "host": "127.0.0.1", "port": 5514, "formatString": "[ID] [VAL]"}
 TCP = {"protocol": "syslog-tcp"}
-PASSED_ON = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LLVM_PROFILE_FILE")
+PASSED_ON = ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS")
 SANITIZER_REPORT = re.compile(rb"(WARNING|ERROR): \w+Sanitizer: |: runtime error: ")
 
 

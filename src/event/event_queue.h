@@ -3,15 +3,15 @@
 // signals nobody: its consumer polls.
 #pragma once
 
-#include <list>
+#include <deque>
 #include <mutex>
 
 #include "event/event_record.h"
 
 namespace ov {
 
-/// Event records, oldest first, each in a heap block of its own.
-using EventList = std::list<EventRecord>;
+/// Event records, oldest first.
+using EventList = std::deque<EventRecord>;
 
 /// Holds the events that wait for the next pass.
 class EventQueue {

@@ -32,6 +32,14 @@ QString FormatDate(std::int64_t seconds) {
   return text;
 }
 
+const QString &DateMemo::Text(std::int64_t seconds) {
+  if (seconds_ != seconds) {
+    text_ = FormatDate(seconds);
+    seconds_ = seconds;
+  }
+  return text_;
+}
+
 MessageFormatter::MessageFormatter()
     : tokens_(QStringLiteral("[PRI],[DATE],[ID],[DESC],[VAL],[SEV],[NAME],[IP]")
                   .split(QLatin1Char(','))) {
@@ -66,17 +74,17 @@ QString MessageFormatter::Render(const TokenValues &values) const {
 }
 
 QString MessageFormatter::FormatEvent(const EventRecord &record, const EventDefinition &definition,
-                                      std::int32_t facility, const HostIdentity &host) const {
+                                      LineContext &context) const {
   TokenValues values;
   values.reserve(tokens_.size());
-  values.insert(QStringLiteral("[PRI]"), FormatPriority(facility, definition.severity));
-  values.insert(QStringLiteral("[DATE]"), FormatDate(record.time));
+  values.insert(QStringLiteral("[PRI]"), FormatPriority(context.facility, definition.severity));
+  values.insert(QStringLiteral("[DATE]"), context.dates.Text(record.time));
   values.insert(QStringLiteral("[SEV]"), definition.severityName);
   values.insert(QStringLiteral("[ID]"), FromUtf8(EventIdText(record)));
   values.insert(QStringLiteral("[VAL]"), FromUtf8(EventValuesText(record)));
   values.insert(QStringLiteral("[DESC]"), definition.description);
-  values.insert(QStringLiteral("[NAME]"), host.name);
-  values.insert(QStringLiteral("[IP]"), host.address);
+  values.insert(QStringLiteral("[NAME]"), context.host.name);
+  values.insert(QStringLiteral("[IP]"), context.host.address);
   return Render(values);
 }
 

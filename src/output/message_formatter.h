@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringList>
 #include <cstdint>
+#include <optional>
 
 #include "event/event_definition.h"
 #include "event/event_record.h"
@@ -20,6 +21,24 @@ QString FormatPriority(std::int32_t facility, std::int32_t severity);
 /// The local time "MMM dd HH:mm:ss" of seconds since the epoch, the month as the system's locale
 /// writes it. Empty if the conversion throws.
 QString FormatDate(std::int64_t seconds);
+
+/// The dates of one pass. It converts the time of equal seconds once: events come in bunches, and a
+/// conversion costs several system calls. The next pass sees a changed time zone.
+class DateMemo {
+ public:
+  const QString &Text(std::int64_t seconds);
+
+ private:
+  std::optional<std::int64_t> seconds_;
+  QString text_;
+};
+
+/// What the lines of one pass have in common.
+struct LineContext {
+  std::int32_t facility;
+  HostIdentity host;
+  DateMemo dates;
+};
 
 /// Value by token, brackets included.
 using TokenValues = QHash<QString, QString>;
@@ -39,7 +58,7 @@ class MessageFormatter {
 
   /// The line for one event.
   QString FormatEvent(const EventRecord &record, const EventDefinition &definition,
-                      std::int32_t facility, const HostIdentity &host) const;
+                      LineContext &context) const;
 
  private:
   // Returns the pieces of a text in which the tokens before this one do not occur.

@@ -36,10 +36,11 @@ void Sleep(std::chrono::seconds pause) { sleep(static_cast<unsigned>(pause.count
 
 QStringList FormatAndPrint(const EventList &events, const Forwarding &forwarding,
                            const HostIdentity &host) {
+  LineContext context{forwarding.facility, host, {}};
   QStringList lines;
   for (const EventRecord &event : events) {
     const EventDefinition definition = g_eventCatalogue.FindOrInsert(EventIdText(event));
-    lines.append(forwarding.formatter.FormatEvent(event, definition, forwarding.facility, host));
+    lines.append(forwarding.formatter.FormatEvent(event, definition, context));
     std::printf(">>> %s\n", lines.constLast().toUtf8().constData());
   }
   return lines;

@@ -105,8 +105,8 @@ void CheckClient(Service &service, const QByteArray &sent, std::int32_t facility
   if (!queued.empty()) {
     ExpectSame("record", std::memcmp(&queued.front(), copy.get(), kEventRecordSize), 0);
   }
-  const QString line =
-      service.formatter.FormatEvent(*copy, service.definition, facility, service.host);
+  LineContext context{facility, service.host, {}};
+  const QString line = service.formatter.FormatEvent(*copy, service.definition, context);
   ExpectSame("line", line,
              Text("<" + PriorityText(facility, service.definition.severity) + "> " +
                   DateText(TimeIn(record)) + " [IP]([DATE]): ") +

@@ -95,12 +95,12 @@ class FormatEventTest : public testing::Test {
   std::string Line(const std::string &text) {
     MessageFormatter formatter;
     formatter.SetTemplate(Q(text));
-    return formatter.FormatEvent(record_, definition_, 16, host_).toStdString();
+    return formatter.FormatEvent(record_, definition_, context_).toStdString();
   }
 
   EventRecord record_ = MakeEventRecord("perf01", "95,80");
   EventDefinition definition_{Q("other"), Q("CPU"), Q("CPU usage is high"), Q("warn")};
-  const HostIdentity host_{Q("192.168.1.20"), Q("tc-0042")};
+  LineContext context_{16, {Q("192.168.1.20"), Q("tc-0042")}, {}};
 };
 
 TEST_F(FormatEventTest, DefaultTemplateGivesTheFullLine) {
@@ -133,6 +133,15 @@ TEST_F(FormatEventTest, EmptyDefinitionLeavesItsTokensEmpty) {
 TEST_F(FormatEventTest, TextsOfTheRecordAreUtf8WithOtherBytesReplaced) {
   record_ = MakeEventRecord("gerät", "☃,a\xFFz");
   EXPECT_EQ(Line("[ID]: [VAL]"), "gerät: ☃,a\xEF\xBF\xBDz");
+}
+
+TEST_F(FormatEventTest, EachEventOfAPassHasItsOwnTime) {
+  std::string dates;
+  for (const std::int64_t time : {0, 0, 86400, 0}) {
+    record_.time = time;
+    dates += Line("[DATE];");
+  }
+  EXPECT_EQ(dates, "Jan 01 00:00:00;Jan 01 00:00:00;Jan 02 00:00:00;Jan 01 00:00:00;");
 }
 
 // --- Priority ----------------------------------------------------------------------------------

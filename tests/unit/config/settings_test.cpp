@@ -156,13 +156,15 @@ const SettingsRow kRows[] = {
 
 INSTANTIATE_TEST_SUITE_P(Rows, SettingsOf, testing::ValuesIn(kRows), OutcomeOf());
 
-TEST(SettingsTest, MissingFileLeavesTheDefaultsAndRemovedFileEveryValue) {
+TEST(SettingsTest, MissingFileOrFolderChangesNoValue) {
   Settings settings;
   EXPECT_EQ(Parse(settings), (Output{"", ""}));
   EXPECT_EQ(All(settings), kDefaults);
   Parse(settings, "host=x\nport=9\nallowed=perf01\nusbDevMon=1\n");
   const std::string before = All(settings);
   std::filesystem::remove(kSettingsPath);
+  EXPECT_EQ(Parse(settings), (Output{"", ""}));
+  std::filesystem::create_directory(kSettingsPath);
   EXPECT_EQ(Parse(settings), (Output{"", ""}));
   EXPECT_EQ(All(settings), before);
 }
@@ -197,13 +199,6 @@ TEST(SettingsTest, DumpPrintsTheEntriesLastParsed) {
   Parse(settings, "port=1\n");
   WriteSettings("port=2\n");
   EXPECT_EQ(OutputOf([&] { settings.dumpSettings(); }), (Output{"port: 1\n", ""}));
-}
-
-TEST(SettingsTest, FolderInPlaceOfTheFileLeavesTheDefaults) {
-  std::filesystem::create_directory(kSettingsPath);
-  Settings settings;
-  EXPECT_EQ(Parse(settings), (Output{"", ""}));
-  EXPECT_EQ(All(settings), kDefaults);
 }
 
 // --- The check for changes ---------------------------------------------------------------------

@@ -200,14 +200,5 @@ const DateRow kDateRows[] = {
 
 INSTANTIATE_TEST_SUITE_P(Rows, Date, testing::ValuesIn(kDateRows), OutcomeOf());
 
-TEST(DateTest, MonthsHaveTheirEnglishAbbreviations) {
-  std::string months;
-  for (std::int64_t month = 0; month < 12; ++month) {
-    const std::int64_t middle = 1704067200 + (15 + month * 30) * 86400;  // of months of 2024
-    months += FormatDate(middle).toStdString().substr(0, 3);
-  }
-  EXPECT_EQ(months, "JanFebMarAprMayJunJulAugSepOctNovDec");
-}
-
 }  // namespace
 }  // namespace ov

@@ -44,8 +44,6 @@ class ProcessingThreadTest : public testing::Test {
     });
   }
 
-  std::string Received() { return udp_.Receive().value_or("(nothing)"); }
-
   // The pauses of the thread until there are so many.
   static std::vector<unsigned> Pauses(std::size_t count) {
     std::vector<unsigned> pauses;
@@ -75,7 +73,7 @@ TEST_F(ProcessingThreadTest, QueuedEventsArePrintedAfterOneHeadingAndSentInTheir
   }
   EXPECT_EQ(RunWhile([&] {
               for (const std::string &line : lines) {
-                EXPECT_EQ(Received(), line);
+                EXPECT_EQ(udp_.Receive(), line);
               }
             }),
             (Output{printed, ""}));
@@ -83,7 +81,7 @@ TEST_F(ProcessingThreadTest, QueuedEventsArePrintedAfterOneHeadingAndSentInTheir
 
 TEST_F(ProcessingThreadTest, UndefinedEventIsSentWithAnEmptyDefinitionThatStays) {
   Push("net09", "x");
-  RunWhile([this] { EXPECT_EQ(Received(), "<24> tc-0042(127.0.0.1) net09//x/"); });
+  RunWhile([this] { EXPECT_EQ(udp_.Receive(), "<24> tc-0042(127.0.0.1) net09//x/"); });
   EXPECT_TRUE(g_eventCatalogue.IsDefined("net09"));
 }
 
@@ -92,8 +90,8 @@ TEST_F(ProcessingThreadTest, IdentifierIsLookedUpAsLatin1) {
   Push("\xFC", "x");
   Push("ü", "x");
   RunWhile([this] {
-    EXPECT_EQ(Received(), "<23> tc-0042(127.0.0.1) \xEF\xBF\xBD/umlaut/x/");
-    EXPECT_EQ(Received(), "<24> tc-0042(127.0.0.1) ü//x/");
+    EXPECT_EQ(udp_.Receive(), "<23> tc-0042(127.0.0.1) \xEF\xBF\xBD/umlaut/x/");
+    EXPECT_EQ(udp_.Receive(), "<24> tc-0042(127.0.0.1) ü//x/");
   });
 }
 
@@ -101,7 +99,7 @@ TEST_F(ProcessingThreadTest, FirstPassComesBeforeTheFirstPause) {
   const Temporarily endlessSleeps(g_sleepsLast);
   Push("a", "first");
   RunWhile([this] {
-    EXPECT_EQ(Received(), "<24> tc-0042(127.0.0.1) a//first/");
+    EXPECT_EQ(udp_.Receive(), "<24> tc-0042(127.0.0.1) a//first/");
     g_sleepsLast = 0;
   });
 }

@@ -16,9 +16,9 @@ namespace {
 constexpr std::chrono::milliseconds kPatience{20'000};
 constexpr std::size_t kLargestDatagram = 65536;
 
-bool WaitFor(int socket, short events) {
+bool WaitFor(int socket, short events, std::chrono::milliseconds timeout = kPatience) {
   pollfd entry{socket, events, 0};
-  return poll(&entry, 1, static_cast<int>(kPatience.count())) == 1;
+  return poll(&entry, 1, static_cast<int>(timeout.count())) == 1;
 }
 
 UniqueFd BindToLoopback(int type, std::int32_t &port) {
@@ -37,16 +37,12 @@ UniqueFd BindToLoopback(int type, std::int32_t &port) {
 
 UdpCollector::UdpCollector() : socket_(BindToLoopback(SOCK_DGRAM, port_)) {}
 
-std::optional<std::string> UdpCollector::Receive() const {
+std::string UdpCollector::Receive() const {
   if (!WaitFor(socket_.Get(), POLLIN)) {
-    return std::nullopt;
+    return "(nothing)";
   }
   std::string bytes(kLargestDatagram, '\0');
-  const ssize_t received = recv(socket_.Get(), bytes.data(), bytes.size(), 0);
-  if (received < 0) {
-    return std::nullopt;
-  }
-  bytes.resize(static_cast<std::size_t>(received));
+  bytes.resize(static_cast<std::size_t>(recv(socket_.Get(), bytes.data(), bytes.size(), 0)));
   return bytes;
 }
 
@@ -55,15 +51,12 @@ TcpCollector::TcpCollector() : socket_(BindToLoopback(SOCK_STREAM, port_)) {
 }
 
 UniqueFd TcpCollector::Accept() const {
-  if (!WaitFor(socket_.Get(), POLLIN)) {
-    return UniqueFd();
-  }
-  return UniqueFd(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+  return UniqueFd(HasConnection(kPatience) ? accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC)
+                                           : -1);
 }
 
-bool TcpCollector::HasConnection() const {
-  pollfd entry{socket_.Get(), POLLIN, 0};
-  return poll(&entry, 1, 0) == 1;
+bool TcpCollector::HasConnection(std::chrono::milliseconds timeout) const {
+  return WaitFor(socket_.Get(), POLLIN, timeout);
 }
 
 std::string ReadToEnd(const UniqueFd &connection) {

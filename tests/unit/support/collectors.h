@@ -2,8 +2,8 @@
 // longer than any test needs, and then give up, so that a test that fails also ends.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include "base/unique_fd.h"
@@ -17,8 +17,8 @@ class UdpCollector {
 
   [[nodiscard]] std::int32_t Port() const { return port_; }
 
-  /// The next datagram's bytes; nothing when none comes.
-  [[nodiscard]] std::optional<std::string> Receive() const;
+  /// The next datagram's bytes, or "(nothing)".
+  [[nodiscard]] std::string Receive() const;
 
  private:
   std::int32_t port_ = 0;
@@ -35,8 +35,8 @@ class TcpCollector {
   /// The next connection; not open when none comes.
   [[nodiscard]] UniqueFd Accept() const;
 
-  /// Whether a connection waits to be accepted now.
-  [[nodiscard]] bool HasConnection() const;
+  /// Whether a connection comes within the time.
+  [[nodiscard]] bool HasConnection(std::chrono::milliseconds timeout = {}) const;
 
  private:
   std::int32_t port_ = 0;

@@ -1,5 +1,6 @@
 """A program in a sandbox: its output as it comes, its resources, its end."""
 
+import contextlib
 import os
 import signal
 import subprocess
@@ -183,8 +184,7 @@ class Process:
         if os.environ.get("OV_SANITIZER") in ("address", "coverage") and self.is_running():
             self._end_after_report(patience)
         if self.is_running():
-            try:
+            with contextlib.suppress(psutil.NoSuchProcess):  # it ends by itself just now
                 self.facts.kill()
-            except psutil.NoSuchProcess:
-                pass  # it ends by itself just now
+            self._popen.send_signal(signal.SIGCONT)  # nsenter stops with a program that is stopped
         self.wait()

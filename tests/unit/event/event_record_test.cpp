@@ -77,16 +77,13 @@ TEST(EventRecordTest, ClearSetsAll144BytesToZeroAndNoOther) {
             std::string(144, '\0') + std::string(144, 'x'));
 }
 
-TEST(EventRecordTest, TextsWithoutNulRunOnIntoTheNextField) {
+TEST(EventRecordTest, TextsWithoutNulRunOnIntoTheNextFieldUpToTheEndOfTheRecord) {
   EventRecord record = MakeEventRecord("", "95,80");
   record.id.fill('i');
   EXPECT_EQ(EventIdText(record), "iiiiiiii95,80");
   record.values.fill('v');
   std::memcpy(&record.time, "time\0\0\0\0", 8);
   EXPECT_EQ(EventValuesText(record), std::string(128, 'v') + "time");
-}
-
-TEST(EventRecordTest, TextsRunOnToTheRecordsLastByteAndNoFurther) {
   const std::array<EventRecord, 2> records = RecordsWithoutNul();
   EXPECT_EQ(EventIdText(records[0]), std::string(144, 'x'));
   EXPECT_EQ(EventValuesText(records[0]), std::string(136, 'x'));

@@ -87,16 +87,13 @@ TEST(PerfMonTest, ScriptIsRunWithoutArgumentsAndAMissingOneKeepsTheValues) {
   PerfMon monitor(true, true, true, 0, 40, 80);
   EXPECT_EQ(OutputOf([&] { monitor.Check(); }), (Output{"", ""}));
   EXPECT_EQ(TakeEvents(), "perf01 0.00% > 0.00%|");  // reached without a script
+  EXPECT_EQ(RaisedAt(0, "cpu=nan\n"), "");
   WriteScript(kPerfScriptPath, "echo mem=4$#");
   monitor.Check();
   EXPECT_EQ(TakeEvents(), "perf02 40.00% > 40.00%|");
   std::remove(kPerfScriptPath);
   monitor.Check();
   EXPECT_EQ(CheckWith(monitor, "mem=41\n"), "") << "the 40 was forgotten";
-}
-
-TEST(PerfMonTest, NotANumberDoesNotReachAThresholdOfZero) {
-  EXPECT_EQ(RaisedAt(0, "cpu=nan\n"), "");
 }
 
 TEST(PerfMonTest, EventsThatAreNotAllowedAreNotRaised) {

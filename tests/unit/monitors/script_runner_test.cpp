@@ -1,12 +1,9 @@
 #include "monitors/script_runner.h"
 
-#include <fcntl.h>
 #include <sys/ptrace.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 
@@ -38,8 +35,6 @@ bool HasZombies() {
   siginfo_t child{};
   return waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) == 0 && child.si_pid != 0;
 }
-
-bool ProcessExists(const std::string &id) { return std::filesystem::exists("/proc/" + id); }
 
 // --- Output ------------------------------------------------------------------------------------
 
@@ -151,7 +146,7 @@ void ExpectTimeout(const std::string &lines, const std::string &output) {
   EXPECT_GE(time, std::chrono::seconds(30));
   EXPECT_LT(time, std::chrono::seconds(30) + kNotLong);
   const std::string id = ReadFile("/tmp/id");
-  EXPECT_FALSE(ProcessExists(id.substr(0, id.size() - 1)));
+  EXPECT_FALSE(std::filesystem::exists("/proc/" + id.substr(0, id.size() - 1)));
   EXPECT_FALSE(HasZombies());
 }
 
@@ -176,28 +171,21 @@ TEST(ScriptTimeoutTest, FloodTakesNoLongerThanOtherScripts) {
   EXPECT_LT(time, std::chrono::seconds(30) + kNotLong);
 }
 
-// Holds the process, once it is killed, at its end for the time. Returns whether it did so.
-bool DelayEndOf(pid_t process, milliseconds time) {
-  int status = 0;
-  if (ptrace(PTRACE_SEIZE, process, nullptr, PTRACE_O_TRACEEXIT) != 0) {
-    return false;
-  }
-  const bool hasStopped = waitpid(process, &status, __WALL) == process && WIFSTOPPED(status);
-  std::this_thread::sleep_for(time);
-  return ptrace(PTRACE_DETACH, process, nullptr, nullptr) == 0 && hasStopped;
-}
-
+// Another process holds the script at its end, for a second after it was killed.
 TEST(ScriptTimeoutTest, EndOfAKilledScriptIsWaitedForWithoutAWord) {
-  constexpr milliseconds kDelay{1000};
   const pid_t tracer = fork();
+  int status = 0;
   if (tracer == 0) {
     std::string id;
     Eventually([&] { return !(id = ReadFile("/tmp/id")).empty(); });
-    _exit(DelayEndOf(std::stoi(id), kDelay) ? 0 : 1);
+    const pid_t script = std::stoi(id);
+    const bool isHeld = ptrace(PTRACE_SEIZE, script, nullptr, PTRACE_O_TRACEEXIT) == 0 &&
+                        waitpid(script, &status, __WALL) == script && WIFSTOPPED(status);
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    _exit(isHeld && ptrace(PTRACE_DETACH, script, nullptr, nullptr) == 0 ? 0 : 1);
   }
   EXPECT_GE(TimeOf([] { ScriptOutput("echo $$ >/tmp/id; exec sleep 999"); }),
-            std::chrono::seconds(30) + kDelay);
-  int status = 0;
+            std::chrono::seconds(31));
   EXPECT_EQ(waitpid(tracer, &status, 0), tracer);
   EXPECT_EQ(status, 0);
 }

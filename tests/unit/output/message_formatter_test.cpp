@@ -108,15 +108,12 @@ TEST_F(FormatEventTest, DefaultTemplateGivesTheFullLine) {
             "<132> Nov 14 22:13:20 tc-0042(192.168.1.20): perf01 CPU usage is high - 95,80 (warn)");
 }
 
-TEST_F(FormatEventTest, EventWithoutValuesGivesAnEmptyLineForTheValuesAlone) {
-  record_ = MakeEventRecord("perf01", nullptr);
-  EXPECT_EQ(Line("[VAL]"), "");
-}
-
-TEST_F(FormatEventTest, TokensInTheDescriptionAndTheValuesAreNotExpanded) {
+TEST_F(FormatEventTest, TextsAreNotExpandedAndNoValuesGiveAnEmptyLine) {
   definition_.description = Q("at [DATE]");
   record_ = MakeEventRecord("perf01", "[IP],[ID]");
   EXPECT_EQ(Line("[DESC] [VAL]"), "at [DATE] [IP],[ID]");
+  record_ = MakeEventRecord("perf01", nullptr);
+  EXPECT_EQ(Line("[VAL]"), "");
 }
 
 TEST_F(FormatEventTest, UnknownSeverityTakesOneFromThePriorityAndKeepsItsName) {

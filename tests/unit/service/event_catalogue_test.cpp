@@ -52,15 +52,12 @@ const std::string kFallbackProgress =
 const std::string kCannotOpen =
     "Unable to open file: /usr/lib/orvan/ov-event-logger/ov-event-def.csv\n";
 
-TEST(LoadEventDefinitionsTest, MissingFilesDefineNothing) {
-  const Loaded loaded = Load();
+TEST(LoadEventDefinitionsTest, FallbackIsReadWithoutASystemFileAndMissingFilesDefineNothing) {
+  Loaded loaded = Load();
   EXPECT_EQ(loaded.output, (Output{"loading Event definitions...\n", ""}));
   EXPECT_EQ(Listed(loaded.definitions), "");
-}
-
-TEST(LoadEventDefinitionsTest, FallbackIsReadWithoutASystemFile) {
   WriteFile(kFallbackDefinitionsPath, kRow);
-  const Loaded loaded = Load();
+  loaded = Load();
   EXPECT_EQ(loaded.output, (Output{kFallbackProgress, ""}));
   EXPECT_EQ(Listed(loaded.definitions), kListedRow);
 }

@@ -27,9 +27,7 @@ class NamesCodec : public QTextCodec {
 }  // namespace
 
 void UseUtf8ForNames() {
-  // Owned by Qt, which deletes every codec when the process ends.
-  static QTextCodec *const codec = new NamesCodec;
-  QTextCodec::setCodecForLocale(codec);
+  QTextCodec::setCodecForLocale(new NamesCodec);  // Qt owns every codec
 }
 
 }  // namespace ov

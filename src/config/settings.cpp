@@ -3,25 +3,13 @@
 #include <sys/stat.h>
 
 #include <QByteArray>
-#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QStringList>
 #include <QVariant>
 #include <cstdio>
 
 namespace ov {
-
-void Settings::ApplyInteger(const char *key, std::int32_t &field) const {
-  const auto entry = rawValues_.constFind(QLatin1String(key));
-  if (entry == rawValues_.cend()) {
-    return;
-  }
-  bool valid = false;
-  const std::int32_t value = entry->toInt(&valid, 10);
-  if (valid) {
-    field = value;
-  }
-}
 
 void Settings::parseSettings() {
   rawValues_ = readSettingsFile();
@@ -56,7 +44,8 @@ bool Settings::settingsChanged() {
 QHash<QString, QString> Settings::readSettingsFile() {
   QHash<QString, QString> values;
   const QString path = QLatin1String(kSettingsPath);
-  if (!QFile::exists(path)) {
+  // Anyone may create a missing file: a pipe must not block the service.
+  if (!QFileInfo(path).isFile()) {
     return values;
   }
   const QSettings file(path, QSettings::IniFormat);
@@ -75,6 +64,18 @@ void Settings::dumpSettings() const {
 
 bool Settings::isAllowed(std::string_view id) const {
   return allowedEvents_.contains(QString::fromLatin1(id.data(), static_cast<int>(id.size())));
+}
+
+void Settings::ApplyInteger(const char *key, std::int32_t &field) const {
+  const auto entry = rawValues_.constFind(QLatin1String(key));
+  if (entry == rawValues_.cend()) {
+    return;
+  }
+  bool valid = false;
+  const std::int32_t value = entry->toInt(&valid, 10);
+  if (valid) {
+    field = value;
+  }
 }
 
 void Settings::ApplyText(const char *key, QString &field) const {

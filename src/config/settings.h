@@ -27,7 +27,7 @@ class Settings {
   bool settingsChanged();
 
   /// Every key of the file with its value as text, as Qt's INI reader gives them. Empty without a
-  /// file.
+  /// regular file.
   static QHash<QString, QString> readSettingsFile();
 
   /// Prints "<key>: <value>" for every entry last read, in no particular order.

@@ -16,7 +16,7 @@ constexpr std::chrono::seconds kAgentPeriod{5};
 /// Remembers the status of the last check.
 class AgentConnMon final : public Monitor {
  public:
-  /// Whether "net02" (connected, or a certificate warning) and "net03" (failure) may be raised.
+  /// Whether a connection (or a certificate warning) and a failure may be raised.
   AgentConnMon(bool connectedAllowed, bool failureAllowed);
   ~AgentConnMon() override { StopIfRunning(); }
 

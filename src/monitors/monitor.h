@@ -1,6 +1,7 @@
 // What all built-in monitors share: a thread that looks at the machine once a period and raises
-// events. The run cycle's thread constructs, starts, stops and destroys a monitor; Init and Check
-// run on the monitor's own thread. A raised event goes to the process-wide event queue.
+// events. The run cycle constructs, starts and destroys a monitor; the thread that ends a cycle
+// stops it. Init and Check run on the monitor's own thread. A raised event goes to the process-wide
+// queue.
 #pragma once
 
 #include <pthread.h>
@@ -19,8 +20,8 @@ class Monitor {
   Monitor(const Monitor &) = delete;
   Monitor &operator=(const Monitor &) = delete;
 
-  /// Each derived class calls StopIfRunning in its own destructor: here its parts are gone, and
-  /// the thread must not use them.
+  /// The thread must have ended: the members of the derived class are gone by now. So each derived
+  /// class calls StopIfRunning in its own destructor.
   virtual ~Monitor();
 
   /// Called once, before the first check.

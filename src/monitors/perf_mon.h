@@ -16,16 +16,16 @@ constexpr std::chrono::seconds kPerfPeriod{5};
 /// Remembers the last reading of each resource, and whether it raised the event.
 class PerfMon final : public Monitor {
  public:
-  /// Whether "perf01" (processor), "perf02" (memory) and "perf03" (disk) may be raised, then
-  /// their thresholds in percent.
+  /// Whether the events of processor, memory and disk may be raised, then their thresholds in
+  /// percent.
   PerfMon(bool cpuAllowed, bool memAllowed, bool diskAllowed, float cpuThreshold,
           float memThreshold, float diskThreshold);
   ~PerfMon() override { StopIfRunning(); }
 
   void Init() override {}
   /// Reads the script's lines "cpu=", "mem=" and "disk=", in percent. A value whose line is missing
-  /// stays as it was. Ends the process if an event's values text has more than 15 characters, such
-  /// as "100.00% > 90.00%".
+  /// stays as it was. Ends the process if an event's values text is longer than kPerfValuesLimit,
+  /// such as "100.00% > 90.00%".
   void Check() override;
   void Reserved() override {}
 

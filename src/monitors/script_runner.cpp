@@ -6,8 +6,8 @@
 namespace ov {
 namespace {
 
-// Reaches the one protected function that resets the state. QProcess itself stays the class of the
-// object: for derived classes Qt forks in another way, which takes over SIGCHLD.
+// Gives access to setProcessState, which is protected. RunScript makes a plain QProcess all the
+// same: for an object of a derived class, Qt calls fork and installs a handler of SIGCHLD.
 struct StateOfProcess : QProcess {
   static void Reset(QProcess &process) {
     (process.*&StateOfProcess::setProcessState)(QProcess::NotRunning);
@@ -20,8 +20,8 @@ QString RunScript(const QString &program, const QStringList &arguments) {
   QProcess process;
   process.start(program, arguments, QIODevice::ReadWrite);
   if (process.processId() < 0) {
-    // The kernel refused a new process. Qt 5.15 overlooks that and would send SIGKILL to -1, which
-    // is every process of the machine.
+    // The kernel refused a new process. Qt 5.15 does not notice, and its kill would send SIGKILL to
+    // -1, which is every process of the machine.
     StateOfProcess::Reset(process);
     return {};
   }

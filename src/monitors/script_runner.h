@@ -12,8 +12,8 @@ constexpr std::chrono::seconds kScriptTimeout{30};
 
 /// Runs a program without a shell and returns what it wrote on its standard output until it ended
 /// or ran out of time, as UTF-8 up to the first NUL. The exit status does not count, and a program
-/// that cannot be started gives the empty text. Waits up to 30 seconds more for the end of a
-/// program that it killed; the children of the program go on.
+/// that cannot be started gives the empty text. Waits for the end of a program that it kills; the
+/// children of the program go on.
 QString RunScript(const QString &program, const QStringList &arguments);
 
 /// Whether `pgrep` finds a process whose name matches the pattern `name`.

@@ -16,7 +16,7 @@ constexpr std::chrono::seconds kUsbPeriod{3};
 /// Remembers the devices of the last poll.
 class UsbDevMon final : public Monitor {
  public:
-  /// Whether "sys05" (present), "sys06" (added) and "sys07" (removed) may be raised.
+  /// Whether a present, an added and a removed device may be raised.
   UsbDevMon(bool presentAllowed, bool addedAllowed, bool removedAllowed);
   ~UsbDevMon() override { StopIfRunning(); }
 

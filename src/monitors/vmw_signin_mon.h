@@ -16,7 +16,7 @@ constexpr std::chrono::seconds kSigninPeriod{3};
 /// Remembers whether it reported the present run of the client.
 class VmwSigninMon final : public Monitor {
  public:
-  /// Whether "sec03" (success) and "sec04" (error) may be raised.
+  /// Whether a success and an error may be raised.
   VmwSigninMon(bool successAllowed, bool errorAllowed);
   ~VmwSigninMon() override { StopIfRunning(); }
 

@@ -23,8 +23,8 @@ class EventIntake {
   EventIntake(const EventCatalogue &catalogue, const Settings &settings, EventQueue &queue);
 
   /// Reads the silent clients that have written, then accepts one client, if one waits. Reads its
-  /// record or sets it aside. One client too many ends the one that is silent for longest.
-  /// Returns 0, or the error number of the failed accept (EAGAIN: no client waits).
+  /// record or sets it aside. If 64 clients are set aside already, ends the one that is silent
+  /// longest. Returns 0, or the error number of the failed accept (EAGAIN: no client waits).
   int TakeInClient(int listener);
 
   /// Waits until TakeInClient has something to do or the time is over (negative: no limit).

@@ -17,6 +17,7 @@
 #include "event/event_record.h"
 #include "output/forwarding.h"
 #include "output/host_identity.h"
+#include "output/message_formatter.h"
 #include "output/tcp_syslog_sender.h"
 #include "service/event_catalogue.h"
 

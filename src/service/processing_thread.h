@@ -1,6 +1,6 @@
 // The processing thread: every few seconds, turns the queued events into lines and sends them to
-// the collector. The run cycle's thread calls these functions. The thread uses the process-wide
-// catalogue, forwarding and queue.
+// the collector. The main thread starts it; the thread that ends a cycle stops it. It uses the
+// process-wide catalogue, forwarding and queue.
 #pragma once
 
 #include <chrono>

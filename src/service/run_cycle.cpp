@@ -92,13 +92,14 @@ CycleEnd ServeClients(const UniqueFd &listener, EventIntake &intake) {
       std::perror("accept");
       return CycleEnd::kAcceptFailed;
     }
-    if (Clock::now() >= nextLook) {
+    const Clock::time_point now = Clock::now();
+    if (now >= nextLook) {
       if (g_settings.settingsChanged()) {
         return CycleEnd::kSettingsChanged;
       }
-      nextLook = Clock::now() + kAcceptPause;
+      nextLook = now + kAcceptPause;
     }
-    intake.WaitForClient(listener.Get(), std::chrono::ceil<milliseconds>(nextLook - Clock::now()));
+    intake.WaitForClient(listener.Get(), std::chrono::ceil<milliseconds>(nextLook - now));
   }
 }
 
@@ -122,21 +123,29 @@ void *StopThreads(void *endingCycle) {
   return nullptr;
 }
 
-// Returns once the listener is shut down and no client waits.
+// Returns once the listener is shut down and no client waits. Goes on after a failed accept: the
+// other threads may need hours to end.
 void TakeInLastClients(const UniqueFd &listener, EventIntake &intake) {
   constexpr milliseconds kNoLimit{-1};
+  int lastError = EAGAIN;
   bool isOpen = true;
   while (true) {
     const int error = intake.TakeInClient(listener.Get());
-    if (error == EAGAIN && isOpen) {
-      isOpen = intake.WaitForClient(listener.Get(), kNoLimit);
-    } else if (error != 0) {
-      if (error != EAGAIN) {
-        errno = error;
-        std::perror("accept");
-      }
+    if (error == 0) {
+      continue;
+    }
+    if (error != EAGAIN && error != lastError) {
+      errno = error;
+      std::perror("accept");
+    }
+    lastError = error;
+    if (!isOpen) {
       return;
     }
+    if (error != EAGAIN) {
+      sleep(static_cast<unsigned>(kAcceptPause.count()));
+    }
+    isOpen = intake.WaitForClient(listener.Get(), kNoLimit);
   }
 }
 
@@ -145,12 +154,12 @@ void EndCycle(const UniqueFd &listener, EventIntake &intake,
               const std::vector<Monitor *> &enabledMonitors) {
   EndingCycle cycle{listener.Get(), enabledMonitors};
   pthread_t thread = 0;
-  const bool isBeside = pthread_create(&thread, nullptr, StopThreads, &cycle) == 0;
-  if (!isBeside) {
+  const bool hasThread = pthread_create(&thread, nullptr, StopThreads, &cycle) == 0;
+  if (!hasThread) {
     StopThreads(&cycle);
   }
   TakeInLastClients(listener, intake);
-  if (isBeside) {
+  if (hasThread) {
     pthread_join(thread, nullptr);
   }
 }

@@ -1,6 +1,6 @@
 // One run cycle of the event service: from opening the service socket, with the settings as they
-// are then, to the next change of the settings. Runs on the main thread. The process-wide objects
-// meet here: settings, catalogue, forwarding and queue.
+// are then, to the next change of the settings. Runs on the main thread. Uses the process-wide
+// settings and forwarding.
 #pragma once
 
 #include <chrono>
@@ -12,7 +12,7 @@ namespace ov {
 /// The number of clients that may wait on the service socket.
 constexpr int kListenBacklog = 10;
 /// The pause between two looks at the settings file while no client waits.
-constexpr std::chrono::microseconds kAcceptPause{1'000'000};
+constexpr std::chrono::seconds kAcceptPause{1};
 
 /// Runs one cycle and returns when the settings have changed or accept has failed. A failed setup
 /// ends the process with status 1.

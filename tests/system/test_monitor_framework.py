@@ -139,8 +139,8 @@ def test_failed_accept_stops_the_monitors_in_reverse_order_and_removes_the_socke
     assert monitor_lines(service) == [
         *started(*ALL), *map(stopping, reversed(ALL)), *started(*ALL)]
     assert error_lines(service) == ["accept: Too many open files"]
-    usb_script.answer("")
     release(sandbox)
+    usb_script.answer("")
 
 
 # Threads that fail

@@ -219,7 +219,7 @@ RETURNING_STAND_IN(getnameinfo,
                     int flags),
                    (address, length, host, hostSize, service, serviceSize, flags))
 
-/* Qt's way to clone and waitid, which go by these names here. */
+/* Qt calls clone and waitid through syscall. Rows name them clone and waitid. */
 long syscall(long number, ...) {
   va_list arguments;
   va_start(arguments, number);

@@ -11,9 +11,9 @@ from support.records import make_record
 
 from scene import PATIENCE
 
-# Prints the record of each event that the client was told to be sent. Pauses while /tmp/quiet is
-# there, and says so in /tmp/idle. No longer idle, it looks again before it sends: a rest may have
-# begun that took it for idle.
+# Prints the record of each event that its client sent. Pauses while the file /tmp/quiet exists, and
+# makes /tmp/idle meanwhile. It checks for /tmp/quiet once more before it sends: the file may be
+# back while /tmp/idle still exists.
 REAL_CLIENT = """
 number=0
 while :; do
@@ -47,7 +47,7 @@ class RealClient:
 
     @property
     def sent(self):
-        """The records that were told to be sent, as the client printed them."""
+        """The records of the clients that ended with status 0, as they printed them."""
         return re.findall(rb"Event .*\n", self._shell.stdout_bytes)
 
 

@@ -91,7 +91,7 @@ def begin_service(sandbox, *switches, env=None, rows=ROWS, **more):
 
 
 def start_monitors(sandbox, *switches, **more):
-    """The same, once it has started its monitors and come to its accept loop."""
+    """Starts a service and waits until it has started its monitors and accepts clients."""
     service = begin_service(sandbox, *switches, **more)
     for switch in switches:
         service.wait_for_line(starting(switch))

@@ -127,7 +127,7 @@ class Process:
                    lambda: f"{count} times {line!r} in {self.lines} ({self.error_lines})", deadline)
 
     def wait_for_error_line(self, line, count=1, deadline=DEADLINE):
-        """The same of standard error."""
+        """Waits for a line on standard error."""
         wait_until(lambda: self.error_lines.count(line) >= count,
                    lambda: f"{count} times {line!r} in {self.error_lines}", deadline)
 

@@ -93,7 +93,7 @@ class Sandbox:
                 assert not SANITIZER_REPORT.search(output), output.decode(errors="replace")
 
     def end(self):
-        """The same, without a check."""
+        """Ends everything in the sandbox, without a check."""
         for process in self._processes:
             process.kill()
         self._holder.stdin.close()  # with the first process of the sandbox go all others

@@ -43,7 +43,7 @@ def test_address_is_unknown_with_every_interface_down_and_events_are_held_back(
     sandbox.raise_event("")
     service.wait_for_line(UNKNOWN, count=3)
     assert (service.stdout.count(">>> "), service.stderr) == (0, "")
-    sandbox.sh("ip link set eth0 up; ip link set lo up")
+    sandbox.sh("ip link set lo up; ip link set eth0 up")
     udp_collector.wait_for(1)
 
 

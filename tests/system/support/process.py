@@ -83,7 +83,7 @@ class Process:
         """The system call that each thread waits in and its first argument, the first thread's
         first; (None, None) for a thread that runs."""
         calls = []
-        for thread in sorted(self.facts.threads()):
+        for thread in sorted(self.facts.threads(), key=lambda found: found.id != self.pid):
             try:
                 words = open(f"/proc/{self.pid}/task/{thread.id}/syscall").read().split()
             except OSError:

@@ -57,7 +57,7 @@ TEST_P(MonitorLifetime, StartedMonitorRaisesItsEventsAndPausesForItsPeriod) {
 
 // Worth most in a build with a sanitizer.
 TEST_P(MonitorLifetime, MonitorMayBeDestroyedAtAnyMoment) {
-  constexpr int kRounds = 60;
+  constexpr int kRounds = 20;
   std::mt19937 random(1);  // the same in every run
   const std::size_t descriptors = CountOpenDescriptors();
   for (int round = 0; round < kRounds; ++round) {

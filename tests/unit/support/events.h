@@ -6,7 +6,8 @@
 namespace ov {
 
 /// Empties the queue and returns "<id> <values>|" for each event, oldest first. Fails the test
-/// unless each record is, in every byte, one that was made of its texts within the last minute.
+/// unless each record is, in every byte, one that was made of its texts within the last two
+/// minutes.
 std::string TakeEvents();
 
 }  // namespace ov

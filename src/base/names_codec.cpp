@@ -27,7 +27,8 @@ class NamesCodec : public QTextCodec {
 }  // namespace
 
 void UseUtf8ForNames() {
-  QTextCodec::setCodecForLocale(new NamesCodec);  // Qt owns every codec
+  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): Qt owns every codec.
+  QTextCodec::setCodecForLocale(new NamesCodec);
 }
 
 }  // namespace ov

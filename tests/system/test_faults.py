@@ -258,8 +258,14 @@ OUTCOMES = {
 }
 
 
+def is_built_for_threads():
+    return os.environ.get("OV_SANITIZER") == "thread"
+
+
 @pytest.mark.parametrize("row", fallible_calls(), ids=str)
 def test_call_that_fails_has_the_listed_outcome(sandbox, row):
+    if (row.unit, row.function) == ("service/run_cycle", "pthread_join") and is_built_for_threads():
+        pytest.skip("only a join tells the sanitizer that the thread has ended")
     run = FaultRun(sandbox, row)
     SITUATIONS[row.situation](run)
     OUTCOMES[row.outcome](run)

@@ -27,8 +27,8 @@ class NamesCodec : public QTextCodec {
 }  // namespace
 
 void UseUtf8ForNames() {
-  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): Qt owns every codec.
-  QTextCodec::setCodecForLocale(new NamesCodec);
+  static QTextCodec *const codec = new NamesCodec;  // Qt owns every codec
+  QTextCodec::setCodecForLocale(codec);
 }
 
 }  // namespace ov

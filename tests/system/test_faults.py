@@ -264,8 +264,11 @@ def is_built_for_threads():
 
 @pytest.mark.parametrize("row", fallible_calls(), ids=str)
 def test_call_that_fails_has_the_listed_outcome(sandbox, row):
-    if (row.unit, row.function) == ("service/run_cycle", "pthread_join") and is_built_for_threads():
-        pytest.skip("only a join tells the sanitizer that the thread has ended")
+    if is_built_for_threads():
+        if (row.unit, row.function) == ("service/run_cycle", "pthread_join"):
+            pytest.skip("only a join tells the sanitizer that the thread has ended")
+        if row.call.startswith("clone"):
+            pytest.skip("this build forks in the place of clone")
     run = FaultRun(sandbox, row)
     SITUATIONS[row.situation](run)
     OUTCOMES[row.outcome](run)

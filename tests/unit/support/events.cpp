@@ -22,7 +22,7 @@ std::string TakeEvents() {
     remade.time = record.time;
     EXPECT_EQ(std::memcmp(&record, &remade, kEventRecordSize), 0) << id << " " << values;
     EXPECT_TRUE(now - kLongestTest <= record.time && record.time <= now) << record.time;
-    events += id + " " + values + "|";
+    events.append(id).append(" ").append(values).append("|");
   }
   return events;
 }

@@ -137,6 +137,8 @@ class Source:
             if child.kind in BLOCKS or child.kind in JUMPS and child == statements[-1] and (
                     parent.kind in FUNCTIONS or block.kind == CursorKind.DEFAULT_STMT):
                 continue
+            if self.text[:child.extent.start.offset].rstrip()[-1] in "(,":
+                continue  # an argument of a macro
             if child.kind != CursorKind.DECL_STMT or self.is_guard(child, block):
                 yield "dropped statement", child.extent.start.offset, end, ";"
         for one, other, middle, end in zip(statements, statements[1:], ends, ends[1:]):

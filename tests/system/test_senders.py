@@ -11,7 +11,6 @@ from support.sandbox import ROW, TCP
 
 INVALID = "Invalid IP address or hostname: Name or service not known"
 NOT_SENT = "Error sending message"
-NO_SOCKET = "Error creating socket"
 BIG = "x" * 100_000  # bytes; more than the kernel holds between a sender and a slow reader
 BIG_LINE = BIG.encode() + b" 1\n"
 SMALL_BUFFERS = "echo 4096 4096 8192 >/proc/sys/net/ipv4/tcp_wmem; ip link set lo mtu 1500"
@@ -130,29 +129,6 @@ def test_udp_line_beyond_the_greatest_length_is_lost_and_the_next_is_sent(sandbo
     sandbox.send_batch(service, "12", "3")
     assert udp_collector.wait_for(1) == [template.encode() + b"3"]
     assert service.lines[-1] == NOT_SENT
-
-
-def test_udp_sender_without_a_socket_says_so_and_loses_its_lines(sandbox, udp_collector):
-    sandbox.expected_losses = [b"perf01 1"]
-    service = sandbox.start_forwarding_service(
-        env=sandbox.short_pauses(FAULTS="socket:2:24"))  # the first is that for clients
-    sandbox.raise_event("1")
-    service.wait_for_line(NOT_SENT)
-    assert service.lines.count(NO_SOCKET) == 1
-    sandbox.reload(service, 2)
-    sandbox.raise_event("2")
-    assert udp_collector.wait_for(1) == [b"perf01 2"]
-
-
-@pytest.mark.parametrize("fault, printed, error", [
-    ("socket:2:24", [NO_SOCKET], ""), ("connect:1:110", [], "connect: Connection timed out\n")])
-def test_tcp_connection_that_fails_is_reported_and_tried_again(
-        sandbox, tcp_collector, fault, printed, error):
-    service = sandbox.start_forwarding_service(env=sandbox.short_pauses(FAULTS=fault), **TCP)
-    sandbox.raise_event("1")
-    assert tcp_collector.wait_for(1) == [b"perf01 1"]
-    assert sending_lines(service) == [">>> perf01 1", *printed]
-    assert service.stderr == error
 
 
 def cut_with_reset(connection):

@@ -14,9 +14,8 @@ from support.sandbox import CYCLE, ROW, TCP
 
 LIMIT = 64  # silent clients that are set aside
 REFUSED = "connect: Connection refused"
-# Each within 2 seconds. A busy machine may need another attempt.
-SEND_ALL = """seq "$1" | xargs -P 4 -I{} sh -c '
-for attempt in 1 2 3; do timeout 2 "$0" -e perf01 {} && exit; done; exit 1' "$0" >/dev/null"""
+# Each client ends within 2 seconds.
+SEND_ALL = """seq "$1" | xargs -P 4 -I{} timeout 2 "$0" -e perf01 {} >/dev/null"""
 
 
 def write(connection, values):

@@ -49,9 +49,9 @@ def test_tcp_line_loses_white_space_at_its_ends_and_is_ended_by_a_line_feed(
 @both_protocols
 def test_collector_may_be_a_name_and_its_port_is_cut_to_sixteen_bits(sandbox, protocol):
     collector = COLLECTORS[protocol](sandbox, address="127.0.0.2")
-    sandbox.set_host_names("127.0.0.2 collector.example.com")
+    sandbox.set_host_names("127.0.0.2 köln.example.com")
     service = sandbox.start_forwarding_service(
-        protocol=protocol, host="collector.example.com", port=65536 + 5514)
+        protocol=protocol, host=r"k\xf6ln.example.com", port=65536 + 5514)
     sandbox.raise_event("1")
     assert collector.wait_for(1) == [b"perf01 1"]
     assert INVALID not in service.lines

@@ -86,6 +86,19 @@ TEST(ScriptRunnerTest, HundredMegabytesAreReadWhole) {
   EXPECT_EQ(ScriptOutput("head -c 100000000 /dev/zero | tr '\\0' x").size(), 100'000'000U);
 }
 
+// In kilobytes, from a line of /proc/self/status.
+long StatusOf(const std::string &name) {
+  const std::string status = ReadFile("/proc/self/status");
+  return std::stol(status.substr(status.find(name + ":") + name.size() + 1));
+}
+
+TEST(ScriptRunnerTest, StandardErrorIsNotKeptInMemory) {
+  WriteFile("/proc/self/clear_refs", "5");  // the peak begins anew
+  const long before = StatusOf("VmRSS");
+  EXPECT_EQ(ScriptOutput("head -c 100000000 /dev/zero >&2; echo out"), "out\n");
+  EXPECT_LT(StatusOf("VmHWM") - before, 50'000);
+}
+
 // --- Programs that cannot be run ---------------------------------------------------------------
 
 TEST(ScriptRunnerTest, PathIsNoCommandLineAndMayHoldBlanksAndQuotes) {

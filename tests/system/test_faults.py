@@ -119,6 +119,7 @@ def start_monitor(run):
     """If the script is to be killed, it runs until then."""
     wait = f"until grep -qx kill:1 {LOG}; do sleep 0.01; done; " if "kill" in run.row.call else ""
     write_usb_script(run, f"{wait}echo A")
+    run.neighbour = run.sandbox.start("sleep", "infinity")
     run.start_service(**USB)
 
 
@@ -234,6 +235,8 @@ def take_service_socket(run):
 def see_monitor_raise(run, lines):
     run.monitored = lines
     run.assert_goes_on()
+    # Without the id of a child, a service that kills it would end every other process.
+    assert run.neighbour is None or run.neighbour.is_running()
 
 
 OUTCOMES = {

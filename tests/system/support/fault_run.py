@@ -35,6 +35,7 @@ class FaultRun:
         self.events = []
         self.lost = []
         self.monitored = []  # the lines of a monitor
+        self.neighbour = None  # a process that must stay alive
         self.sockets = 2
         self._collector = None
         self._template = SETTINGS["formatString"]

@@ -89,8 +89,8 @@ class SettingsCheck {
       }
       return;
     }
-    const QString key = QString::fromLatin1(line.key);
-    if (!line.section.isEmpty()) {
+    const QString &key = line.key;
+    if (!line.section.isNull()) {
       const QString meant = Meant(key);
       if (!meant.isEmpty()) {
         Add("key-in-section", file_.PlaceOf(line),
@@ -100,8 +100,8 @@ class SettingsCheck {
         return;
       }
     }
-    if (!line.section.isEmpty() || !kSettingsKeys.contains(key)) {
-      const QString meant = line.section.isEmpty() ? Meant(key) : QString();
+    if (!line.section.isNull() || !kSettingsKeys.contains(key)) {
+      const QString meant = line.section.isNull() ? Meant(key) : QString();
       Add("unknown-key", file_.PlaceOf(line),
           QStringLiteral("the service does not know the key `%1` and ignores it").arg(key) +
               (meant.isEmpty() ? QString() : QStringLiteral(". Write `%1`").arg(meant)));

@@ -58,6 +58,24 @@ Extent NextLine(const QByteArray &contents, int &position) {
   return {start, i};
 }
 
+// Unlike trimmed(), which takes a vertical tab for white space.
+QByteArray WithoutSpaces(QByteArray text) {
+  while (!text.isEmpty() && IsSpace(text.back())) {
+    text.chop(1);
+  }
+  int start = 0;
+  while (start < text.size() && IsSpace(text[start])) {
+    ++start;
+  }
+  return text.mid(start);
+}
+
+QString DecodedKey(const QByteArray &key) {
+  const QByteArray decoded = QByteArray::fromPercentEncoding(key).replace('\\', '/');
+  // Not null, and with the zero bytes.
+  return QString(QLatin1String(decoded.constData(), decoded.size()));
+}
+
 // The text between the brackets; without the closing one, to the end of the line.
 QString SectionOf(const QByteArray &text) {
   const int end = text.indexOf(']');
@@ -65,7 +83,7 @@ QString SectionOf(const QByteArray &text) {
   if (name.compare("general", Qt::CaseInsensitive) == 0) {
     return {};
   }
-  return QString::fromLatin1(name.isEmpty() ? QByteArrayLiteral(" ") : name);
+  return DecodedKey(name);
 }
 
 // The place of the first "=" outside double quotes, or -1.
@@ -81,12 +99,6 @@ int EqualsIn(const QByteArray &text) {
     }
   }
   return -1;
-}
-
-QString KeyWithSection(const SettingsLine &line) {
-  const QString key =
-      QString::fromLatin1(QByteArray::fromPercentEncoding(line.key).replace('\\', '/'));
-  return line.section.isEmpty() ? key : line.section + QLatin1Char('/') + key;
 }
 
 }  // namespace
@@ -120,7 +132,7 @@ QList<SettingsLine> CutSettings(const QByteArray &contents) {
       section = SectionOf(line.text);
       line.isSection = true;
     } else if (const int equals = EqualsIn(line.text); equals >= 0) {
-      line.key = line.text.left(equals).trimmed();
+      line.key = DecodedKey(WithoutSpaces(line.text.left(equals)));
       line.valueStart = equals + 1;
       while (line.valueStart < line.text.size() && IsSpace(line.text[line.valueStart])) {
         ++line.valueStart;
@@ -145,7 +157,7 @@ SettingsFile::SettingsFile(const QString &path)
 
 const SettingsLine *SettingsFile::LineOf(const QString &key) const {
   const auto found = std::find_if(lines_.rbegin(), lines_.rend(), [&key](const SettingsLine &line) {
-    return line.valueStart > 0 && KeyWithSection(line) == key;
+    return line.valueStart > 0 && line.KeyWithSection() == key;
   });
   return found == lines_.rend() ? nullptr : &*found;
 }

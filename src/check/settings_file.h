@@ -19,12 +19,15 @@ struct SettingsLine {
   QByteArray text;          ///< without the comment at its end
   QByteArray cut;           ///< the comment at its end, from the semicolon on
   bool isSection = false;   ///< a line in brackets
-  QString section;          ///< empty in [General] and before any section
-  QByteArray key;           ///< as it is written, without the section; empty without "="
+  QString section;          ///< null in [General] and before any section
+  QString key;              ///< without the section; empty without "="
   int valueStart = 0;       ///< of the value in `text`; 0 without "="
   int valueColumn = 0;      ///< the column of valueStart
 
   QByteArray Value() const { return text.mid(valueStart); }
+  QString KeyWithSection() const {
+    return section.isNull() ? key : section + QLatin1Char('/') + key;
+  }
 };
 
 QList<SettingsLine> CutSettings(const QByteArray &contents);

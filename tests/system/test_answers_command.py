@@ -235,6 +235,16 @@ def test_explain_prints_the_page_of_a_cause(check):
         assert page.count("\n#") == 0
 
 
+def test_example_of_the_document_is_what_is_printed(sandbox, check):
+    ini, csv, shown = re.findall(r"^```\w*\n(.*?)^```", PAGES.read_text(), re.M | re.S)[:3]
+    sandbox.path("/tmp/example.ini").write_text(ini)
+    sandbox.path("/tmp/example.csv").write_text(csv)
+    command, expected = shown.split("\n", 1)
+    process = sandbox.run("sh", "-c", f'cd /tmp; "$0" {command.split(maxsplit=2)[2]}',
+                          check.program)
+    assert (process.stdout, process.stderr) == (expected, "")
+
+
 # Random files
 
 def random_settings(chance):
@@ -265,3 +275,52 @@ def test_valid_random_files_have_no_error(sandbox, check):
                           '--settings $file --definitions ${file%.ini}.csv; done | grep error:',
                           check.program)
     assert process.stdout == ""
+
+
+def mutated(text, chance):
+    """With a few bytes replaced by such as have a meaning in one of the files."""
+    content = bytearray(text.encode())
+    for _ in range(chance.randint(1, 6)):
+        place = chance.randrange(len(content))
+        content[place:place + chance.randint(0, 2)] = chance.choice(
+            [b",", b";", b'"', b"\\", b"=", b"#", b"\n", b"[", b"@", b" ", b"\t", b"x", b"\xc3",
+             b"%41", b"\\x41", b""])
+    return bytes(content)
+
+
+@pytest.mark.slow
+def test_answers_about_random_files_are_those_of_the_service(sandbox, check):
+    collector = UdpCollector(sandbox)
+    chance = random.Random(2)
+    for _ in range(15):
+        settings, definitions = (mutated(text, chance) for text in random_settings(chance))
+        settings += b"\nport=5514\nhost=127.0.0.1\nprotocol=syslog-udp\n"
+        sandbox.write_settings_bytes(settings)
+        sandbox.write_definitions(definitions)
+        sandbox.sh("rm -f /tmp/ov-events")
+        service = sandbox.start_service(env=sandbox.short_pauses())
+        service.wait_for_cycle(1)
+
+        answers = {setting["key"]: setting["value"]
+                   for setting in check.json("settings")["settings"] if "line" in setting}
+        for key in ("formatString", "host"):
+            if key in answers:
+                assert f"{key}: {answers[key]}\n".encode() in service.stdout_bytes, settings
+
+        arrived = len(collector.messages)
+        expected = []
+        for number in range(8):
+            event = f"perf{number:02}"
+            # The second of the time may change between the two.
+            answer = check.json("event", event, "a,b")["event"]
+            sandbox.send(event, "a,b")
+            if answer["forwarded"]:
+                expected.append(answer["line"].encode())
+        service.wait_for_line("> Received event", 8)
+        service.wait_for_pauses(1)
+        wait_until(lambda: len(collector.messages) >= arrived + len(expected),
+                   lambda: (settings, definitions, expected, collector.messages[arrived:]))
+        without_seconds = [[re.sub(rb"\d\d:\d\d:\d\d", b"", line) for line in lines]
+                           for lines in (collector.messages[arrived:], expected)]
+        assert without_seconds[0] == without_seconds[1], (settings, definitions)
+        service.kill()

@@ -38,7 +38,8 @@ constexpr char kUsage[] =
     "  or:  ov-event-check [OPTION]... event ID [VALUES]  what becomes of this event\n"
     "  or:  ov-event-check [OPTION]... settings           the settings in force\n"
     "  or:  ov-event-check [OPTION]... script NAME        run perf.sh, usb-devices.sh or\n"
-    "                                                     vmw-signin-status.sh as its monitor would\n"
+    "                                                     vmw-signin-status.sh as its monitor "
+    "would\n"
     "Says what ov-event-logger makes of its files, this machine and an event, and why.\n"
     "It changes nothing and needs no running service.\n"
     "\n"
@@ -50,7 +51,8 @@ constexpr char kUsage[] =
     "  --help              print this help\n"
     "  --version           print the version\n"
     "\n"
-    "Status: 0 without an error or a warning, 1 with some, 2 for a wrong usage or a file that cannot\n"
+    "Status: 0 without an error or a warning, 1 with some, 2 for a wrong usage or a file that "
+    "cannot\n"
     "be read.\n";
 
 struct Question {
@@ -140,8 +142,8 @@ class Answer {
   }
 
   void PrintEvent() {
-    const EventAnswer answer = AnswerFor(question_.words[1], question_.words.value(2), settings_,
-                                         definitions_, Host());
+    const EventAnswer answer =
+        AnswerFor(question_.words[1], question_.words.value(2), settings_, definitions_, Host());
     CheckFiles();
     CheckThisMachine(answer.id);
     findings_ = findings_.About(answer.id);

@@ -31,9 +31,9 @@ class DefinitionsCheck {
     }
     const QString fallback = QLatin1String(kFallbackDefinitionsPath);
     if (file_.Path() == QLatin1String(kSystemDefinitionsPath) && QFile::exists(fallback)) {
-      findings_.Add("fallback-unused", {fallback, 0, 0, {}},
-                    QStringLiteral("the service does not read this file, since %1 exists")
-                        .arg(file_.Path()));
+      findings_.Add(
+          "fallback-unused", {fallback, 0, 0, {}},
+          QStringLiteral("the service does not read this file, since %1 exists").arg(file_.Path()));
     }
     for (const DefinitionsLine &line : file_.Lines()) {
       CheckLine(line);
@@ -71,7 +71,8 @@ class DefinitionsCheck {
     const DefinitionsLine *const last = file_.LineOf(line.Id());
     if (last != &line) {
       Add("repeated-id", line, line.Id(),
-          QStringLiteral("line %1 defines %2 once more, and the last line holds. Remove one of them")
+          QStringLiteral(
+              "line %1 defines %2 once more, and the last line holds. Remove one of them")
               .arg(QString::number(last->number), Quoted(line.Id())));
       return;
     }
@@ -86,9 +87,9 @@ class DefinitionsCheck {
 
   // Says by words of the usual kind that it names its columns.
   static bool IsHeader(const DefinitionsLine &line) {
-    static const QStringList kWords = {
-        QStringLiteral("severity"), QStringLiteral("level"), QStringLiteral("severity name"),
-        QStringLiteral("severityname")};
+    static const QStringList kWords = {QStringLiteral("severity"), QStringLiteral("level"),
+                                       QStringLiteral("severity name"),
+                                       QStringLiteral("severityname")};
     return kWords.contains(line.SeverityName().toLower());
   }
 
@@ -110,8 +111,9 @@ class DefinitionsCheck {
               .arg(Quoted(id)));
     } else if (id.size() > kMost) {
       Add("bad-id", line, id,
-          QStringLiteral("%1 is longer than %2 bytes: a record holds %3, which is not defined. Use a "
-                         "shorter identifier")
+          QStringLiteral(
+              "%1 is longer than %2 bytes: a record holds %3, which is not defined. Use a "
+              "shorter identifier")
               .arg(Quoted(id), QString::number(kMost), Quoted(id.left(kMost))));
     }
   }
@@ -127,8 +129,9 @@ class DefinitionsCheck {
     }
     const QString meant = ClosestTo(name, names);
     Add("unknown-severity", line, name,
-        QStringLiteral("the service does not know the severity %1 and counts it as -1: the priority "
-                       "is one below that of emerg. Write %2")
+        QStringLiteral(
+            "the service does not know the severity %1 and counts it as -1: the priority "
+            "is one below that of emerg. Write %2")
             .arg(Quoted(name), meant.isEmpty() ? names.join(QLatin1Char(' ')) : meant));
   }
 

@@ -92,27 +92,31 @@ class MachineCheck {
   void CheckService() {
     if (!service_) {
       if (!HasListener()) {
-        Add("not-running", QStringLiteral("the service does not run: a client waits 30 seconds for it "
-                                          "and then loses its event. Start ov-event-logger -s"));
+        Add("not-running",
+            QStringLiteral("the service does not run: a client waits 30 seconds for it "
+                           "and then loses its event. Start ov-event-logger -s"));
       } else {
-        findings_.AddUnseen("not-running",
-                            QStringLiteral("a service listens, but this user may not see its process: "
-                                           "its user, start and environment remain unknown"));
+        findings_.AddUnseen(
+            "not-running",
+            QStringLiteral("a service listens, but this user may not see its process: "
+                           "its user, start and environment remain unknown"));
       }
       return;
     }
     struct stat status {};
     if (stat(file_.Path().toUtf8().constData(), &status) == 0 && !MayRead(status, *service_)) {
       Add("settings-not-readable-by-service",
-          QStringLiteral("the service runs as user %1, who may not read %2: it keeps the values from "
-                         "before. Give the file mode 0644")
+          QStringLiteral(
+              "the service runs as user %1, who may not read %2: it keeps the values from "
+              "before. Give the file mode 0644")
               .arg(QString::number(service_->user), file_.Path()));
     }
     if (stat(definitions_.Path().toUtf8().constData(), &status) == 0 &&
         status.st_mtime > service_->startTime + kStartTolerance.count()) {
       Add("old-definitions",
-          QStringLiteral("%1 has changed since the service started, and the service reads it at its "
-                         "start alone. Restart the service")
+          QStringLiteral(
+              "%1 has changed since the service started, and the service reads it at its "
+              "start alone. Restart the service")
               .arg(definitions_.Path()));
     }
     CheckDescriptors();
@@ -125,9 +129,10 @@ class MachineCheck {
     const auto time = *service_->descriptors * kReconnectPause;
     if (time < kEnoughTime) {
       Add("few-descriptors",
-          QStringLiteral("the service may open %1 descriptors, and each try to connect to a TCP "
-                         "collector that refuses leaves one open: after %2 hours it ends. Raise the "
-                         "limit (LimitNOFILE=)")
+          QStringLiteral(
+              "the service may open %1 descriptors, and each try to connect to a TCP "
+              "collector that refuses leaves one open: after %2 hours it ends. Raise the "
+              "limit (LimitNOFILE=)")
               .arg(QString::number(*service_->descriptors),
                    QString::number(static_cast<double>(time.count()) / 3600, 'f', 1)));
     }
@@ -143,9 +148,10 @@ class MachineCheck {
                                          "bind its socket and ends. Remove the file")
                               .arg(QLatin1String(kServiceSocketPath)));
     } else if (access(kServiceSocketPath, W_OK) != 0) {
-      Add("socket-denied", QStringLiteral("this user may not write to %1: ov-event-logger -e waits 30 "
-                                          "seconds and fails. Give the socket mode 0666")
-                               .arg(QLatin1String(kServiceSocketPath)));
+      Add("socket-denied",
+          QStringLiteral("this user may not write to %1: ov-event-logger -e waits 30 "
+                         "seconds and fails. Give the socket mode 0666")
+              .arg(QLatin1String(kServiceSocketPath)));
     }
   }
 
@@ -155,9 +161,10 @@ class MachineCheck {
       Add("no-address", QStringLiteral("no network interface is up and has an IPv4 address: the "
                                        "service holds every event back until one is"));
     } else if (address.startsWith(QLatin1String("127."))) {
-      Add("loopback-only", QStringLiteral("only the loopback interface is up: lines name this machine "
-                                          "by %1, and a collector elsewhere gets none")
-                               .arg(address));
+      Add("loopback-only",
+          QStringLiteral("only the loopback interface is up: lines name this machine "
+                         "by %1, and a collector elsewhere gets none")
+              .arg(address));
     }
   }
 
@@ -183,10 +190,11 @@ class MachineCheck {
         settings_.host(), QString::number(static_cast<std::uint16_t>(settings_.port())));
     const std::optional<int> failure = TryConnection(collector);
     if (!failure) {
-      findings_.AddUnseen("collector-refuses",
-                          QStringLiteral("%1 has not answered within %2 ms: whether it accepts lines "
-                                         "over TCP remains unknown")
-                              .arg(name, QString::number(kCollectorPatience.count())));
+      findings_.AddUnseen(
+          "collector-refuses",
+          QStringLiteral("%1 has not answered within %2 ms: whether it accepts lines "
+                         "over TCP remains unknown")
+              .arg(name, QString::number(kCollectorPatience.count())));
     } else if (*failure != 0) {
       Add("collector-refuses",
           QStringLiteral("%1 does not accept the connection (%2): events wait, each change of the "
@@ -200,18 +208,18 @@ class MachineCheck {
       return;
     }
     if (service_ && !service_->environment) {
-      findings_.AddUnseen("month-names",
-                          QStringLiteral("this user may not see the service's environment: in which "
-                                         "language it writes months remains unknown"));
+      findings_.AddUnseen(
+          "month-names", QStringLiteral("this user may not see the service's environment: in which "
+                                        "language it writes months remains unknown"));
     } else if (service_) {
       CheckMonths();
     }
     const QDateTime now = QDateTime::currentDateTime();
     if (now.offsetFromUtc() != 0) {
-      Add("time-zone", QStringLiteral("[DATE] is local time, here UTC%1, and does not say so: "
-                                      "collectors take it for their own")
-                           .arg(now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODate)
-                                    .right(6)));
+      Add("time-zone",
+          QStringLiteral("[DATE] is local time, here UTC%1, and does not say so: "
+                         "collectors take it for their own")
+              .arg(now.toOffsetFromUtc(now.offsetFromUtc()).toString(Qt::ISODate).right(6)));
     }
   }
 
@@ -223,8 +231,9 @@ class MachineCheck {
       const QString date = FormatDate(kSecondsOfMonth * month + kSecondsOfMonth / 2);
       if (!date.startsWith(kMonths[month] + QLatin1Char(' '))) {
         Add("month-names",
-            QStringLiteral("the service writes %1 for %2, and collectors know English months alone: "
-                           "they take the time of receipt. Start it with LC_ALL=C.UTF-8")
+            QStringLiteral(
+                "the service writes %1 for %2, and collectors know English months alone: "
+                "they take the time of receipt. Start it with LC_ALL=C.UTF-8")
                 .arg(Quoted(date.section(QLatin1Char(' '), 0, 0)), kMonths[month]));
         return;
       }
@@ -241,8 +250,9 @@ class MachineCheck {
     }
     if (settings_.vmwSigninMon() &&
         QStandardPaths::findExecutable(QStringLiteral("pgrep")).isEmpty()) {
-      Add("no-pgrep", QStringLiteral("there is no pgrep: the sign-in monitor sees no client and raises "
-                                     "nothing. Install the package procps"),
+      Add("no-pgrep",
+          QStringLiteral("there is no pgrep: the sign-in monitor sees no client and raises "
+                         "nothing. Install the package procps"),
           EventsOfScript(names[2]));
     }
   }
@@ -255,8 +265,9 @@ class MachineCheck {
     const QString status = AgentConnMon::ReadAgentStatus();
     Add("status-file",
         status.isEmpty()
-            ? QStringLiteral("%1 has no third line to read: the connection counts as not yet tried, "
-                             "or, after a status, as failed")
+            ? QStringLiteral(
+                  "%1 has no third line to read: the connection counts as not yet tried, "
+                  "or, after a status, as failed")
                   .arg(path)
             : QStringLiteral("%1 says %2").arg(path, Quoted(status)),
         {QLatin1String(kAgentConnected), QLatin1String(kAgentFailed)});

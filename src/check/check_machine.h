@@ -12,9 +12,9 @@
 
 namespace ov {
 
-/// Takes over what the service's environment says about language, time zone and path, as far as this
-/// user may see it: dates and programs are then those of the service. Call it before Qt has used its
-/// locale.
+/// Takes over what the service's environment says about language, time zone and path, as far as
+/// this user may see it: dates and programs are then those of the service. Call it before Qt has
+/// used its locale.
 void AdoptEnvironment(const std::optional<ServiceProcess> &service);
 
 /// Looks only at what touches `event`, unless that is empty.

@@ -8,10 +8,10 @@
 namespace ov {
 
 const QStringList kSettingsKeys = {
-    QStringLiteral("facility"),      QStringLiteral("formatString"), QStringLiteral("allowed"),
-    QStringLiteral("protocol"),      QStringLiteral("host"),         QStringLiteral("port"),
-    QStringLiteral("usbDevMon"),     QStringLiteral("vmwSigninMon"), QStringLiteral("agentConnMon"),
-    QStringLiteral("perfMon"),       QStringLiteral("cpuThreshold"), QStringLiteral("memThreshold"),
+    QStringLiteral("facility"),     QStringLiteral("formatString"), QStringLiteral("allowed"),
+    QStringLiteral("protocol"),     QStringLiteral("host"),         QStringLiteral("port"),
+    QStringLiteral("usbDevMon"),    QStringLiteral("vmwSigninMon"), QStringLiteral("agentConnMon"),
+    QStringLiteral("perfMon"),      QStringLiteral("cpuThreshold"), QStringLiteral("memThreshold"),
     QStringLiteral("diskThreshold")};
 
 const QStringList kTextKeys = {QStringLiteral("formatString"), QStringLiteral("allowed"),
@@ -36,8 +36,9 @@ class SettingsCheck {
   void CheckAll() {
     if (!file_.Exists()) {
       Add("no-settings", {file_.Path(), 0, 0, {}},
-          QStringLiteral("there is no such file: the service starts with the defaults, under which "
-                         "it forwards nothing. Write one with `allowed` and `host`"));
+          QStringLiteral(
+              "there is no such file, or no regular one: the service starts with the defaults, "
+              "under which it forwards nothing. Write one with `allowed` and `host`"));
       return;
     }
     if (!file_.IsReadable()) {
@@ -146,15 +147,17 @@ class SettingsCheck {
     const int escape = ChangingEscape(value);
     if (escape >= 0 && comma < 0) {
       Add("changed-by-escape", PlaceInValue(line, escape),
-          QStringLiteral("a backslash changes the value to %1: write two for each one that is meant")
+          QStringLiteral(
+              "a backslash changes the value to %1: write two for each one that is meant")
               .arg(Quoted(file_.Entries().value(key))));
     }
-    static const QRegularExpression kSpecial(QStringLiteral(
-        "^\"?@(@|(ByteArray|String|Variant|DateTime|Rect|Size|Point|Invalid)\\()"));
+    static const QRegularExpression kSpecial(
+        QStringLiteral("^\"?@(@|(ByteArray|String|Variant|DateTime|Rect|Size|Point|Invalid)\\()"));
     if (kSpecial.match(QString::fromLatin1(value)).hasMatch()) {
       Add("special-value", PlaceInValue(line, 0),
-          QStringLiteral("the value has a form that the reader of the file keeps for itself, and the "
-                         "service reads %1 instead. A text that begins with \"@\" is written \"@@\"")
+          QStringLiteral(
+              "the value has a form that the reader of the file keeps for itself, and the "
+              "service reads %1 instead. A text that begins with \"@\" is written \"@@\"")
               .arg(Quoted(file_.Entries().value(key))));
     }
     if (kTextKeys.contains(key) && IsUtf8BeyondAscii(value) &&
@@ -189,7 +192,8 @@ class SettingsCheck {
            !(line.text.endsWith(' ') || line.text.endsWith('\t'));
   }
 
-  // The first backslash that does not stand for a double quote, a backslash or a character's number.
+  // The first backslash that does not stand for a double quote, a backslash or a character's
+  // number.
   static int ChangingEscape(const QByteArray &value) {
     for (int i = value.indexOf('\\'); i >= 0; i = value.indexOf('\\', i + 2)) {
       const QByteArray next = value.mid(i + 1, 2);
@@ -203,8 +207,8 @@ class SettingsCheck {
   }
 
   static int FirstBeyondAscii(const QByteArray &value) {
-    const auto *const found = std::find_if(value.begin(), value.end(),
-                                           [](char byte) { return (byte & 0x80) != 0; });
+    const auto *const found =
+        std::find_if(value.begin(), value.end(), [](char byte) { return (byte & 0x80) != 0; });
     return static_cast<int>(found - value.begin());
   }
 
@@ -223,8 +227,8 @@ class SettingsCheck {
     for (const Range &range :
          {Range{"facility", 0, 23}, Range{"port", 1, 65535}, Range{"usbDevMon", -kAny, kAny},
           Range{"vmwSigninMon", -kAny, kAny}, Range{"agentConnMon", -kAny, kAny},
-          Range{"perfMon", -kAny, kAny}, Range{"cpuThreshold", 0, 99},
-          Range{"memThreshold", 0, 99}, Range{"diskThreshold", 0, 99}}) {
+          Range{"perfMon", -kAny, kAny}, Range{"cpuThreshold", 0, 99}, Range{"memThreshold", 0, 99},
+          Range{"diskThreshold", 0, 99}}) {
       CheckNumber(Name(range.key), range.least, range.most);
     }
   }
@@ -238,8 +242,9 @@ class SettingsCheck {
     const int number = entry->toInt(&isNumber, 10);
     if (!isNumber) {
       Add("not-a-number", file_.PlaceOfKey(key),
-          QStringLiteral("%1 is no decimal number, and `%2` keeps the value from before. Write digits "
-                         "alone")
+          QStringLiteral(
+              "%1 is no decimal number, and `%2` keeps the value from before. Write digits "
+              "alone")
               .arg(Quoted(*entry), key));
     } else if (number < least || number > most) {
       Add("out-of-range", file_.PlaceOfKey(key),
@@ -278,8 +283,9 @@ class SettingsCheck {
                          "Write the collector's IPv4 address or name"));
     } else if (host.contains(QRegularExpression(QStringLiteral("[:/\\[\\]\\s]")))) {
       Add("host-not-ipv4", file_.PlaceOfKey(key),
-          QStringLiteral("%1 is neither an IPv4 address nor a name, and every line is lost. Write the "
-                         "address or the name alone, and the port as `port`")
+          QStringLiteral(
+              "%1 is neither an IPv4 address nor a name, and every line is lost. Write the "
+              "address or the name alone, and the port as `port`")
               .arg(Quoted(host)));
     }
   }
@@ -342,13 +348,17 @@ class SettingsCheck {
   void CheckMonitors() {
     const Settings &settings = file_.InForce();
     for (const MonitorEvents &monitor :
-         {MonitorEvents{QStringLiteral("usbDevMon"), settings.usbDevMon(),
+         {MonitorEvents{QStringLiteral("usbDevMon"),
+                        settings.usbDevMon(),
                         {Name(kUsbDevicePresent), Name(kUsbDeviceAdded), Name(kUsbDeviceRemoved)}},
-          MonitorEvents{QStringLiteral("vmwSigninMon"), settings.vmwSigninMon(),
+          MonitorEvents{QStringLiteral("vmwSigninMon"),
+                        settings.vmwSigninMon(),
                         {Name(kSigninSucceeded), Name(kSigninFailed)}},
-          MonitorEvents{QStringLiteral("agentConnMon"), settings.agentConnMon(),
+          MonitorEvents{QStringLiteral("agentConnMon"),
+                        settings.agentConnMon(),
                         {Name(kAgentConnected), Name(kAgentFailed)}},
-          MonitorEvents{QStringLiteral("perfMon"), settings.perfMon(),
+          MonitorEvents{QStringLiteral("perfMon"),
+                        settings.perfMon(),
                         {Name(kCpuThresholdReached), Name(kMemThresholdReached),
                          Name(kDiskThresholdReached)}}}) {
       CheckMonitor(monitor);

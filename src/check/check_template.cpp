@@ -57,30 +57,32 @@ class TemplateCheck {
                                         "user.notice. Begin it with <[PRI]>"));
     }
     if (!Has("[ID]")) {
-      Add("no-event-id", QStringLiteral("the template has no [ID]: nobody can tell at the collector "
-                                        "which event a line is about. Add it"));
+      Add("no-event-id",
+          QStringLiteral("the template has no [ID]: nobody can tell at the collector "
+                         "which event a line is about. Add it"));
     }
   }
 
   void CheckHeader() {
-    static const QRegularExpression kHeader(
-        QStringLiteral("^<\\[PRI\\]>( ?\\[DATE\\] |1 )"));
+    static const QRegularExpression kHeader(QStringLiteral("^<\\[PRI\\]>( ?\\[DATE\\] |1 )"));
     if (!kHeader.match(text_).hasMatch()) {
-      Add("no-header", QStringLiteral("rsyslog and syslog-ng know no header like this: they take the "
-                                      "time of receipt and the sender's address for the line's"));
+      Add("no-header",
+          QStringLiteral("rsyslog and syslog-ng know no header like this: they take the "
+                         "time of receipt and the sender's address for the line's"));
     }
   }
 
-  // A collector that hears TCP takes a number at the beginning for the length of the line (RFC 6587,
-  // section 3.4.1).
+  // A collector that hears TCP takes a number at the beginning for the length of the line (RFC
+  // 6587, section 3.4.1).
   void CheckStart() {
     if (settings_.InForce().protocol() != Protocol::kTcp) {
       return;
     }
     const QString start = text_.trimmed();
     const bool idsBeginWithDigit =
-        std::any_of(definitions_.Ids().begin(), definitions_.Ids().end(),
-                    [](const QString &id) { return id.left(1).contains(QRegularExpression(QStringLiteral("[0-9]"))); });
+        std::any_of(definitions_.Ids().begin(), definitions_.Ids().end(), [](const QString &id) {
+          return id.left(1).contains(QRegularExpression(QStringLiteral("[0-9]")));
+        });
     if (start.left(1).contains(QRegularExpression(QStringLiteral("[0-9]"))) ||
         start.startsWith(QLatin1String("[PRI]")) || start.startsWith(QLatin1String("[IP]")) ||
         (start.startsWith(QLatin1String("[ID]")) && idsBeginWithDigit)) {
@@ -92,9 +94,10 @@ class TemplateCheck {
 
   void CheckLineBreaks() {
     if (text_.contains(QLatin1Char('\n')) || text_.contains(QLatin1Char('\r'))) {
-      Add("line-break", QStringLiteral("the template holds a line break: over TCP each event becomes "
-                                       "several lines, and over UDP a line with a control character. "
-                                       "Remove it, and close every double quote"));
+      Add("line-break",
+          QStringLiteral("the template holds a line break: over TCP each event becomes "
+                         "several lines, and over UDP a line with a control character. "
+                         "Remove it, and close every double quote"));
     }
   }
 
@@ -107,14 +110,15 @@ class TemplateCheck {
       const EventRecord record = MakeEventRecord(line.Id().toLatin1().constData(), values.c_str());
       const int length = LineFor(settings_, host_, record, DefinitionFrom(line)).size();
       if (length > kUsualLimit) {
-        findings_.Add("line-too-long", definitions_.PlaceOf(line, line.columns[2]),
-                      QStringLiteral("with %1 bytes of values the line has %2 bytes, more than the "
-                                     "%3 that every collector takes. Shorten the description or the "
-                                     "template")
-                          .arg(values.size())
-                          .arg(length)
-                          .arg(kUsualLimit),
-                      {line.Id()});
+        findings_.Add(
+            "line-too-long", definitions_.PlaceOf(line, line.columns[2]),
+            QStringLiteral("with %1 bytes of values the line has %2 bytes, more than the "
+                           "%3 that every collector takes. Shorten the description or the "
+                           "template")
+                .arg(values.size())
+                .arg(length)
+                .arg(kUsualLimit),
+            {line.Id()});
       }
     }
   }

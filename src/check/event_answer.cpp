@@ -8,9 +8,9 @@ namespace {
 
 // Names of the facilities 0 to 23, as syslog.h and RFC 5424, section 6.2.1, have them.
 constexpr const char *kFacilities[] = {
-    "kern", "user", "mail",   "daemon", "auth",   "syslog", "lpr",    "news",
-    "uucp", "cron", "authpriv", "ftp",  "ntp",    "audit",  "alert",  "clock",
-    "local0", "local1", "local2", "local3", "local4", "local5", "local6", "local7"};
+    "kern",   "user",   "mail",     "daemon", "auth",   "syslog", "lpr",    "news",
+    "uucp",   "cron",   "authpriv", "ftp",    "ntp",    "audit",  "alert",  "clock",
+    "local0", "local1", "local2",   "local3", "local4", "local5", "local6", "local7"};
 
 QString Text(std::string_view bytes) {
   return QString::fromUtf8(bytes.data(), static_cast<int>(bytes.size()));
@@ -66,23 +66,23 @@ EventAnswer AnswerFor(const QByteArray &id, const QByteArray &values, const Sett
 }
 
 QByteArray AsText(const EventAnswer &answer) {
-  QByteArray text =
-      Row("record", QStringLiteral("identifier %1, values %2%3")
-                        .arg(Quoted(answer.id), Quoted(answer.values),
-                             answer.isCut ? QStringLiteral(", cut to the 7 and 127 bytes of a record")
-                                          : QString()));
+  QByteArray text = Row(
+      "record", QStringLiteral("identifier %1, values %2%3")
+                    .arg(Quoted(answer.id), Quoted(answer.values),
+                         answer.isCut ? QStringLiteral(", cut to the 7 and 127 bytes of a record")
+                                      : QString()));
   text += Row("definition",
               answer.definition == nullptr
                   ? QStringLiteral("none in ") + answer.definitionsPath
-                  : QStringLiteral("%1:%2: %3").arg(answer.definitionsPath,
-                                                    QString::number(answer.definition->number),
-                                                    answer.definition->text));
+                  : QStringLiteral("%1:%2: %3")
+                        .arg(answer.definitionsPath, QString::number(answer.definition->number),
+                             answer.definition->text));
   text += Row("allowed", QStringLiteral("%1, %2").arg(
                              answer.isAllowed ? QStringLiteral("yes") : QStringLiteral("no"),
                              PlaceText(answer.allowedPlace)));
   if (answer.IsForwarded()) {
     text += Row("priority", QStringLiteral("%1: %2").arg(QString::number(answer.priority),
-                                                        PriorityName(answer.priority)));
+                                                         PriorityName(answer.priority)));
     const bool isTcp = answer.protocol == Protocol::kTcp;
     text += Row("length", QStringLiteral("%1 bytes over %2")
                               .arg(QString::number(answer.line.size()),

@@ -15,9 +15,9 @@ namespace ov {
 
 struct EventAnswer {
   EventRecord record;
-  QString id;      ///< as the service looks it up
-  QString values;  ///< as the service takes them
-  bool isCut;      ///< whether the record lacks a part of what was given
+  QString id;                         ///< as the service looks it up
+  QString values;                     ///< as the service takes them
+  bool isCut;                         ///< whether the record lacks a part of what was given
   const DefinitionsLine *definition;  ///< null for an event that is not defined
   QString definitionsPath;
   bool isAllowed;

@@ -121,12 +121,13 @@ QList<Finding> Findings::Sorted() const {
   }
   files.append(QString());
   QList<Finding> sorted = findings_;
-  std::stable_sort(sorted.begin(), sorted.end(), [&files](const Finding &one, const Finding &other) {
-    const auto key = [&files](const Place &place) {
-      return std::tuple(files.indexOf(place.file), place.line, place.column);
-    };
-    return key(one.place) < key(other.place);
-  });
+  std::stable_sort(sorted.begin(), sorted.end(),
+                   [&files](const Finding &one, const Finding &other) {
+                     const auto key = [&files](const Place &place) {
+                       return std::tuple(files.indexOf(place.file), place.line, place.column);
+                     };
+                     return key(one.place) < key(other.place);
+                   });
   return sorted;
 }
 

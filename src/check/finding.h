@@ -9,8 +9,8 @@
 
 namespace ov {
 
-/// Error: an event is lost or changed, or the service ends. Warning: probably not meant. Note: worth
-/// knowing.
+/// Error: an event is lost or changed, or the service ends. Warning: probably not meant. Note:
+/// worth knowing.
 enum class Level { kError, kWarning, kNote };
 
 struct Cause {

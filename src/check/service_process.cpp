@@ -50,7 +50,7 @@ ServiceProcess Read(pid_t id, const QString &folder) {
   ServiceProcess service{};
   service.id = id;
   const QByteArray status = ReadFile(folder + QLatin1String("/status"));
-  service.user = Fields(status, "Uid:").value(1).toUInt();   // the effective one
+  service.user = Fields(status, "Uid:").value(1).toUInt();  // the effective one
   service.group = Fields(status, "Gid:").value(1).toUInt();
   service.startTime = StartTime(folder);
   bool isNumber = false;

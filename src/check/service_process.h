@@ -15,8 +15,8 @@ struct ServiceProcess {
   pid_t id;
   uid_t user;
   gid_t group;
-  std::int64_t startTime;                   ///< seconds since the Unix epoch
-  std::optional<std::int64_t> descriptors;  ///< how many it may open; none without a limit
+  std::int64_t startTime;                        ///< seconds since the Unix epoch
+  std::optional<std::int64_t> descriptors;       ///< how many it may open; none without a limit
   std::optional<QList<QByteArray>> environment;  ///< NAME=VALUE; none if this user may not see it
 };
 

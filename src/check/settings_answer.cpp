@@ -55,9 +55,8 @@ SettingsAnswer AnswerFor(const SettingsFile &file) {
   const QStringList values = Values(file.InForce());
   for (int i = 0; i < kSettingsKeys.size(); ++i) {
     const QString &key = kSettingsKeys[i];
-    answer.settings.append(
-        {key, values[i], kTextKeys.contains(key),
-         IsFromFile(file, key) ? file.PlaceOfKey(key) : Place{}});
+    answer.settings.append({key, values[i], kTextKeys.contains(key),
+                            IsFromFile(file, key) ? file.PlaceOfKey(key) : Place{}});
     hash.addData((key + QLatin1Char('=') + values[i] + QLatin1Char('\n')).toUtf8());
   }
   answer.digest = hash.result().toHex();
@@ -68,9 +67,9 @@ QByteArray AsText(const SettingsAnswer &answer) {
   QList<QByteArray> places;
   int width = 0;
   for (const SettingInForce &setting : answer.settings) {
-    places.append(setting.place.line > 0 ? setting.place.file.toUtf8() + ':' +
-                                               QByteArray::number(setting.place.line)
-                                         : QByteArrayLiteral("default"));
+    places.append(setting.place.line > 0
+                      ? setting.place.file.toUtf8() + ':' + QByteArray::number(setting.place.line)
+                      : QByteArrayLiteral("default"));
     width = std::max(width, places.last().size());
   }
   QByteArray text;

@@ -19,8 +19,8 @@ struct Extent {
   int end;
 };
 
-// Returns the next line from `position` on, and moves `position` behind it. The line is empty at the
-// end of the file.
+// Returns the next line from `position` on, and moves `position` behind it. The line is empty at
+// the end of the file.
 Extent NextLine(const QByteArray &contents, int &position) {
   const int size = contents.size();
   while (position < size && IsSpace(contents[position])) {

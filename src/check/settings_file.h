@@ -14,15 +14,15 @@ namespace ov {
 
 /// One line, which goes on over a line feed between double quotes or behind a backslash.
 struct SettingsLine {
-  int number = 0;           ///< of its first line, from 1
-  int column = 0;           ///< of its first byte, from 1
-  QByteArray text;          ///< without the comment at its end
-  QByteArray cut;           ///< the comment at its end, from the semicolon on
-  bool isSection = false;   ///< a line in brackets
-  QString section;          ///< null in [General] and before any section
-  QString key;              ///< without the section; empty without "="
-  int valueStart = 0;       ///< of the value in `text`; 0 without "="
-  int valueColumn = 0;      ///< the column of valueStart
+  int number = 0;          ///< of its first line, from 1
+  int column = 0;          ///< of its first byte, from 1
+  QByteArray text;         ///< without the comment at its end
+  QByteArray cut;          ///< the comment at its end, from the semicolon on
+  bool isSection = false;  ///< a line in brackets
+  QString section;         ///< null in [General] and before any section
+  QString key;             ///< without the section; empty without "="
+  int valueStart = 0;      ///< of the value in `text`; 0 without "="
+  int valueColumn = 0;     ///< the column of valueStart
 
   QByteArray Value() const { return text.mid(valueStart); }
   QString KeyWithSection() const {

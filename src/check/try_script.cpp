@@ -23,7 +23,7 @@ constexpr char kUsb[] = "usb-devices.sh";
 constexpr char kSignin[] = "vmw-signin-status.sh";
 
 const char *PathOf(const QString &name) {
-  return name == QLatin1String(kPerf) ? kPerfScriptPath
+  return name == QLatin1String(kPerf)  ? kPerfScriptPath
          : name == QLatin1String(kUsb) ? kUsbScriptPath
                                        : kSigninScriptPath;
 }
@@ -131,17 +131,16 @@ class Trial {
       const auto text = [](std::string_view bytes) {
         return QString::fromUtf8(bytes.data(), static_cast<int>(bytes.size()));
       };
-      answer_.events.append((text(EventIdText(event)) + QLatin1Char(' ') +
-                             text(EventValuesText(event))).trimmed());
+      answer_.events.append(
+          (text(EventIdText(event)) + QLatin1Char(' ') + text(EventValuesText(event))).trimmed());
     }
   }
 
   void RunPerf() {
     TryWord({});
-    const PerfResource resources[] = {
-        {"cpu", kCpuThresholdReached, settings_.cpuThreshold()},
-        {"mem", kMemThresholdReached, settings_.memThreshold()},
-        {"disk", kDiskThresholdReached, settings_.diskThreshold()}};
+    const PerfResource resources[] = {{"cpu", kCpuThresholdReached, settings_.cpuThreshold()},
+                                      {"mem", kMemThresholdReached, settings_.memThreshold()},
+                                      {"disk", kDiskThresholdReached, settings_.diskThreshold()}};
     QStringList missing = {QStringLiteral("cpu"), QStringLiteral("mem"), QStringLiteral("disk")};
     bool isTooLong = false;
     for (const QString &line : Last().lines) {
@@ -179,17 +178,17 @@ class Trial {
     }
     if (isTooLong) {
       Add("reading-too-long",
-          QStringLiteral("gives a reading that makes a text of over %1 characters, such as \"100.00% "
-                         "> 90.00%\": it ends the service. Let it print at most 99.99")
+          QStringLiteral(
+              "gives a reading that makes a text of over %1 characters, such as \"100.00% "
+              "> 90.00%\": it ends the service. Let it print at most 99.99")
               .arg(static_cast<int>(kPerfValuesLimit)));
       return;
     }
-    PerfMon monitor(settings_.isAllowed(kCpuThresholdReached),
-                    settings_.isAllowed(kMemThresholdReached),
-                    settings_.isAllowed(kDiskThresholdReached),
-                    static_cast<float>(settings_.cpuThreshold()),
-                    static_cast<float>(settings_.memThreshold()),
-                    static_cast<float>(settings_.diskThreshold()));
+    PerfMon monitor(
+        settings_.isAllowed(kCpuThresholdReached), settings_.isAllowed(kMemThresholdReached),
+        settings_.isAllowed(kDiskThresholdReached), static_cast<float>(settings_.cpuThreshold()),
+        static_cast<float>(settings_.memThreshold()),
+        static_cast<float>(settings_.diskThreshold()));
     monitor.TakeIn(Last().run.output);
     TakeRaisedEvents();
   }
@@ -221,8 +220,8 @@ class Trial {
     for (int i = 0; i < Last().lines.size(); ++i) {
       Last().meanings.append(QStringLiteral("the user is ") + Quoted(user));
     }
-    for (const auto &[word, event] : {std::pair("success", kSigninSucceeded),
-                                      std::pair("error", kSigninFailed)}) {
+    for (const auto &[word, event] :
+         {std::pair("success", kSigninSucceeded), std::pair("error", kSigninFailed)}) {
       if (!TryWord(QLatin1String(word))) {
         return;
       }
@@ -281,7 +280,9 @@ QByteArray AsText(const ScriptAnswer &answer) {
                      QString::number(trial.time.count()))
                 .toUtf8();
     for (int i = 0; i < trial.lines.size(); ++i) {
-      text += QStringLiteral("  %1  %2\n").arg(Quoted(trial.lines[i]), trial.meanings.value(i)).toUtf8();
+      text += QStringLiteral("  %1  %2\n")
+                  .arg(Quoted(trial.lines[i]), trial.meanings.value(i))
+                  .toUtf8();
     }
   }
   for (const QString &event : answer.events) {
@@ -298,11 +299,11 @@ QJsonObject AsJson(const ScriptAnswer &answer) {
       lines.append(QJsonObject{{QStringLiteral("text"), trial.lines[i]},
                                {QStringLiteral("meaning"), trial.meanings.value(i)}});
     }
-    trials.append(QJsonObject{
-        {QStringLiteral("word"), trial.word},
-        {QStringLiteral("end"), EndText(trial.run)},
-        {QStringLiteral("milliseconds"), static_cast<qint64>(trial.time.count())},
-        {QStringLiteral("lines"), lines}});
+    trials.append(
+        QJsonObject{{QStringLiteral("word"), trial.word},
+                    {QStringLiteral("end"), EndText(trial.run)},
+                    {QStringLiteral("milliseconds"), static_cast<qint64>(trial.time.count())},
+                    {QStringLiteral("lines"), lines}});
   }
   return {{QStringLiteral("path"), answer.path},
           {QStringLiteral("runs"), trials},

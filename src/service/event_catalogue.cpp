@@ -72,9 +72,8 @@ EventDefinitions loadEventDefinitions() {
     return definitions;
   }
   std::printf("loading %s\n", path);
-  if (!ReadDefinitionLines(QLatin1String(path), [&definitions](const QString &line) {
-        AddLine(line, definitions);
-      })) {
+  if (!ReadDefinitionLines(QLatin1String(path),
+                           [&definitions](const QString &line) { AddLine(line, definitions); })) {
     // Names the system file even if the fallback does not open.
     qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
   }

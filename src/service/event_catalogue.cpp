@@ -47,7 +47,7 @@ EventDefinitions loadEventDefinitions() {
 
   QFile file{QLatin1String(path)};
   if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-    // Names the system file even if the fallback does not open.
+    // The message names the system file even if it is the fallback that does not open.
     qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
     return definitions;
   }

@@ -55,7 +55,7 @@ class Monitor {
   const std::chrono::seconds period_;
   std::int32_t stopRequest_ = 0;  // shared as a plain integer, 0 or 1
   pthread_t thread_ = 0;          // 0 while there is none
-  sem_t progress_;  // the thread posts it once it has cleared the stop request, and as it ends
+  sem_t progress_;  // the thread posts it when it clears the stop request and when it ends
 };
 
 }  // namespace ov

@@ -62,7 +62,7 @@ void PerfMon::Evaluate(Resource &resource, const char *eventId) {
   if (!resource.allowed) {
     return;
   }
-  // Also for a value that is not a number.
+  // A value that is not a number counts as below the threshold.
   if (!(resource.value >= resource.threshold)) {
     resource.raised = false;
   } else if (!resource.raised) {

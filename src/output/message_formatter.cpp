@@ -13,7 +13,7 @@ QString FromUtf8(std::string_view text) {
 }  // namespace
 
 QString FormatPriority(std::int32_t facility, std::int32_t severity) {
-  // Unsigned: an overflow is defined there, and gives the bits of the signed sum that wraps.
+  // The sum of unsigned numbers may overflow: it wraps.
   const std::uint32_t sum =
       static_cast<std::uint32_t>(facility) * 8U + static_cast<std::uint32_t>(severity);
   return QString::number(static_cast<qint64>(static_cast<std::int32_t>(sum)));
@@ -27,7 +27,7 @@ QString FormatDate(std::int64_t seconds) {
     text = QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(milliseconds))
                .toString(QStringLiteral("MMM dd HH:mm:ss"));
   } catch (...) {
-    // A line without its date is worth more than none.
+    // The line is sent without its date.
   }
   return text;
 }

@@ -74,7 +74,7 @@ EventDefinitions loadEventDefinitions() {
   std::printf("loading %s\n", path);
   if (!ReadDefinitionLines(QLatin1String(path),
                            [&definitions](const QString &line) { AddLine(line, definitions); })) {
-    // Names the system file even if the fallback does not open.
+    // The message names the system file even if it is the fallback that does not open.
     qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
   }
   return definitions;

@@ -69,7 +69,8 @@ bool EventIntake::HandleConnection(int connection) {
 
 void EventIntake::SetAside(UniqueFd connection) {
   if (silentClients_.size() == kSilentClientLimit) {
-    // From here on the client's write fails. The intake still reads what it wrote before.
+    // From here on the client's write fails. The intake still reads what the client
+    // wrote before.
     shutdown(silentClients_.front().Get(), SHUT_RD);
     HandleConnection(silentClients_.front().Get());
     silentClients_.pop_front();

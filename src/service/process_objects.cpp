@@ -1,7 +1,7 @@
-// Every process-wide object. They are constructed in the order in which they stand here, before
-// main, and destroyed in the reverse order when the process ends: the settings, which others read,
-// come first and go last; the queue, which others feed, comes last and goes first. Nothing else in
-// the program has a constructor at namespace scope.
+// Every process-wide object. They are constructed in this order before main, and destroyed in the
+// reverse order when the process ends. The settings are constructed first, since others read them;
+// the queue is constructed last, since others feed it. Nothing else in the program has a
+// constructor at namespace scope.
 #include "config/settings.h"
 #include "event/event_queue.h"
 #include "output/forwarding.h"

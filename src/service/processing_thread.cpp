@@ -13,6 +13,7 @@
 
 #include "base/unique_fd.h"
 #include "config/settings.h"
+#include "event/event_definition.h"
 #include "event/event_queue.h"
 #include "event/event_record.h"
 #include "output/forwarding.h"
@@ -106,7 +107,8 @@ void *ProcessingThread(void * /*unused*/) {
 }  // namespace
 
 int StartProcessingThread() {
-  sem_init(&flagCleared, 0, 0);
+  static const int isInitialised = sem_init(&flagCleared, 0, 0);
+  static_cast<void>(isInitialised);
   const int error = pthread_create(&processingThread, nullptr, ProcessingThread, nullptr);
   if (error == 0) {
     while (sem_wait(&flagCleared) != 0) {

@@ -123,8 +123,8 @@ void *StopThreads(void *endingCycle) {
   return nullptr;
 }
 
-// Returns once the listener is shut down and no client waits. Goes on after a failed accept: the
-// other threads may need hours to end.
+// Returns when the listener is shut down and no client waits any more, or accept fails. Before
+// that, a failed accept ends nothing: the other threads may need hours to end.
 void TakeInLastClients(const UniqueFd &listener, EventIntake &intake) {
   constexpr milliseconds kNoLimit{-1};
   int lastError = EAGAIN;

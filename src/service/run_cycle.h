@@ -1,6 +1,6 @@
-// One run cycle of the event service: from opening the service socket, with the settings as they
-// are then, to the next change of the settings. Runs on the main thread. Uses the process-wide
-// settings and forwarding.
+// One run cycle of the event service. It opens the service socket, reads the settings, serves
+// clients, and ends when the settings change. Runs on the main thread. Uses the process-wide settings
+// and forwarding.
 #pragma once
 
 #include <chrono>

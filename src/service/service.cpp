@@ -17,7 +17,8 @@
 namespace ov {
 
 void RunService() {
-  // One heap for all threads: they rarely meet in it, and each further heap would stay resident.
+  // One heap for all threads: two threads rarely allocate at the same time, and each further heap
+  // would stay resident.
   mallopt(M_ARENA_MAX, 1);
   // Scripts inherit no descriptor that the starter of the service left open.
   close_range(STDERR_FILENO + 1, std::numeric_limits<unsigned>::max(), CLOSE_RANGE_CLOEXEC);

@@ -144,15 +144,15 @@ __attribute__((format(printf, 2, 3))) static int Fault(const char *name, const c
 
 #define FAIL(error) (errno = (error), -1)
 
-/* Defines a stand-in for a function that reports failure with -1 and errno. */
-#define STAND_IN(type, name, parameters, arguments, ...)    \
+/* Defines a wrapper for a function that reports failure with -1 and errno. */
+#define WRAPPER(type, name, parameters, arguments, ...)     \
   type name parameters {                                    \
     const int error = Fault(#name, __VA_ARGS__);            \
     return error != 0 ? FAIL(error) : REAL(name) arguments; \
   }
 
 /* The same for one that takes one more argument for some of its commands. */
-#define VARIADIC_STAND_IN(name, firstType, secondType, ...)                \
+#define VARIADIC_WRAPPER(name, firstType, secondType, ...)                 \
   int name(firstType first, secondType second, ...) {                      \
     const int error = Fault(#name, __VA_ARGS__);                           \
     va_list arguments;                                                     \
@@ -162,11 +162,11 @@ __attribute__((format(printf, 2, 3))) static int Fault(const char *name, const c
     return error != 0 ? FAIL(error) : REAL(name)(first, second, argument); \
   }
 
-/* Defines a stand-in for a function that returns its error. */
-#define RETURNING_STAND_IN(name, parameters, arguments) \
-  int name parameters {                                 \
-    const int error = Fault(#name, "-");                \
-    return error != 0 ? error : REAL(name) arguments;   \
+/* Defines a wrapper for a function that returns its error. */
+#define RETURNING_WRAPPER(name, parameters, arguments) \
+  int name parameters {                                \
+    const int error = Fault(#name, "-");               \
+    return error != 0 ? error : REAL(name) arguments;  \
   }
 
 /* The path of a descriptor, or its kind where it has none. */
@@ -184,40 +184,40 @@ static const char *File(int fd) {
 
 #define ADDRESS const struct sockaddr *address, socklen_t length
 
-STAND_IN(int, socket, (int family, int type, int protocol), (family, type, protocol), "%d", family)
-STAND_IN(int, bind, (int fd, ADDRESS), (fd, address, length), "-")
-STAND_IN(int, connect, (int fd, ADDRESS), (fd, address, length), "-")
-STAND_IN(int, listen, (int fd, int backlog), (fd, backlog), "-")
-STAND_IN(int, accept4, (int fd, struct sockaddr *address, socklen_t *length, int flags),
-         (fd, address, length, flags), "-")
-STAND_IN(ssize_t, read, (int fd, void *bytes, size_t size), (fd, bytes, size), "%s", File(fd))
-STAND_IN(ssize_t, write, (int fd, const void *bytes, size_t size), (fd, bytes, size), "-")
-STAND_IN(ssize_t, send, (int fd, const void *bytes, size_t size, int flags),
-         (fd, bytes, size, flags), "-")
-STAND_IN(ssize_t, sendto, (int fd, const void *bytes, size_t size, int flags, ADDRESS),
-         (fd, bytes, size, flags, address, length), "-")
-STAND_IN(int, poll, (struct pollfd * fds, nfds_t count, int timeout), (fds, count, timeout), "-")
-STAND_IN(int, ppoll,
-         (struct pollfd * fds, nfds_t count, const struct timespec *timeout, const sigset_t *mask),
-         (fds, count, timeout, mask), "-")
-STAND_IN(int, access, (const char *path, int mode), (path, mode), "%s", path)
-STAND_IN(int, stat, (const char *path, struct stat *status), (path, status), "%s", path)
-STAND_IN(int, unlink, (const char *path), (path), "%s", path)
-STAND_IN(int, getifaddrs, (struct ifaddrs * *list), (list), "-")
-STAND_IN(int, pipe2, (int ends[2], int flags), (ends, flags), "-")
-STAND_IN(int, kill, (pid_t pid, int number), (pid, number), "-")
-STAND_IN(int, sem_wait, (sem_t * semaphore), (semaphore), "-")
-VARIADIC_STAND_IN(fcntl, int, int, "%d", second)
-VARIADIC_STAND_IN(open, const char *, int, "%s", first)
-VARIADIC_STAND_IN(open64, const char *, int, "%s", first)
-RETURNING_STAND_IN(getaddrinfo,
-                   (const char *name, const char *service, const struct addrinfo *hints,
-                    struct addrinfo **results),
-                   (name, service, hints, results))
-RETURNING_STAND_IN(getnameinfo,
-                   (ADDRESS, char *host, socklen_t hostSize, char *service, socklen_t serviceSize,
-                    int flags),
-                   (address, length, host, hostSize, service, serviceSize, flags))
+WRAPPER(int, socket, (int family, int type, int protocol), (family, type, protocol), "%d", family)
+WRAPPER(int, bind, (int fd, ADDRESS), (fd, address, length), "-")
+WRAPPER(int, connect, (int fd, ADDRESS), (fd, address, length), "-")
+WRAPPER(int, listen, (int fd, int backlog), (fd, backlog), "-")
+WRAPPER(int, accept4, (int fd, struct sockaddr *address, socklen_t *length, int flags),
+        (fd, address, length, flags), "-")
+WRAPPER(ssize_t, read, (int fd, void *bytes, size_t size), (fd, bytes, size), "%s", File(fd))
+WRAPPER(ssize_t, write, (int fd, const void *bytes, size_t size), (fd, bytes, size), "-")
+WRAPPER(ssize_t, send, (int fd, const void *bytes, size_t size, int flags),
+        (fd, bytes, size, flags), "-")
+WRAPPER(ssize_t, sendto, (int fd, const void *bytes, size_t size, int flags, ADDRESS),
+        (fd, bytes, size, flags, address, length), "-")
+WRAPPER(int, poll, (struct pollfd * fds, nfds_t count, int timeout), (fds, count, timeout), "-")
+WRAPPER(int, ppoll,
+        (struct pollfd * fds, nfds_t count, const struct timespec *timeout, const sigset_t *mask),
+        (fds, count, timeout, mask), "-")
+WRAPPER(int, access, (const char *path, int mode), (path, mode), "%s", path)
+WRAPPER(int, stat, (const char *path, struct stat *status), (path, status), "%s", path)
+WRAPPER(int, unlink, (const char *path), (path), "%s", path)
+WRAPPER(int, getifaddrs, (struct ifaddrs * *list), (list), "-")
+WRAPPER(int, pipe2, (int ends[2], int flags), (ends, flags), "-")
+WRAPPER(int, kill, (pid_t pid, int number), (pid, number), "-")
+WRAPPER(int, sem_wait, (sem_t * semaphore), (semaphore), "-")
+VARIADIC_WRAPPER(fcntl, int, int, "%d", second)
+VARIADIC_WRAPPER(open, const char *, int, "%s", first)
+VARIADIC_WRAPPER(open64, const char *, int, "%s", first)
+RETURNING_WRAPPER(getaddrinfo,
+                  (const char *name, const char *service, const struct addrinfo *hints,
+                   struct addrinfo **results),
+                  (name, service, hints, results))
+RETURNING_WRAPPER(getnameinfo,
+                  (ADDRESS, char *host, socklen_t hostSize, char *service, socklen_t serviceSize,
+                   int flags),
+                  (address, length, host, hostSize, service, serviceSize, flags))
 
 /* Qt calls clone and waitid through syscall. Rows name them clone and waitid. */
 long syscall(long number, ...) {

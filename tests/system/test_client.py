@@ -33,12 +33,8 @@ def send_to(sandbox, *arguments, **kwargs):
 
 @pytest.mark.parametrize("arguments, identifier, values", [
     (["sys05"], b"sys05", b""),
-    (["sys05", "a,b"], b"sys05", b"a,b"),
-    (["network", "v" * 127], b"network", b"v" * 127),
-    (["network8", "v" * 127 + "w"], b"network", b"v" * 127),
-    (["perf01", "v" * 126 + "ü"], b"perf01", b"v" * 126 + b"\xc3"),
-    (["-s", "a\n%s"], b"-s", b"a\n%s")],
-    ids=["no-values", "values", "longest", "too-long", "cut-character", "any-text"])
+    (["network8", "v" * 126 + "ü"], b"network", b"v" * 126 + b"\xc3")],
+    ids=["no-values", "cut"])
 def test_client_prints_and_sends_one_record_cut_to_its_fields(
         sandbox, arguments, identifier, values):
     client, record = send_to(sandbox, *arguments)

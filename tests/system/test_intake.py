@@ -26,12 +26,11 @@ def test_allowed_event_is_printed_and_forwarded(sandbox, udp_collector):
     assert service.stderr == ""
 
 
-@pytest.mark.parametrize("identifier", ["perf09", "PERF01", "perf01x"])
-def test_undefined_event_is_printed_and_reported(sandbox, identifier):
+def test_undefined_event_is_printed_and_reported(sandbox):
     service, start = start_bare_service(sandbox)
-    sandbox.raise_event("95", identifier)
-    expected = (f"{start}{RECEIVED}\nEvent [{identifier}] (95) at 100\n"
-                f"Event {identifier} is not defined\n")
+    sandbox.raise_event("95", "PERF01")
+    expected = (f"{start}{RECEIVED}\nEvent [PERF01] (95) at 100\n"
+                "Event PERF01 is not defined\n")
     wait_until(lambda: service.stdout == expected, lambda: service.stdout)
     assert service.stderr == ""
 
@@ -45,14 +44,6 @@ def test_event_that_is_not_allowed_is_printed_and_dropped_without_a_word(sandbox
                                   RECEIVED, "Event [perf01] (b) at 100",
                                   "> Process events", ">>> perf01 b"]
     assert service.stderr == ""
-
-
-def test_only_the_first_of_two_records_on_a_connection_is_taken(sandbox, udp_collector):
-    service = sandbox.start_forwarding_service()
-    sandbox.send_bytes(make_record("perf01", "first") + make_record("perf01", "second"))
-    sandbox.raise_event("next client")
-    assert udp_collector.wait_for(2) == [b"perf01 first", b"perf01 next client"]
-    assert service.lines.count(RECEIVED) == 2
 
 
 def test_record_that_comes_in_two_pieces_is_taken_as_its_first(sandbox, udp_collector):

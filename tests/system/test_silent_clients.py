@@ -155,12 +155,3 @@ def test_cycle_ends_in_the_usual_order_while_clients_come_in(sandbox):
     progress = [line for line in service.lines if line.startswith(("Start", "Stop", "listen"))]
     cycle = [CYCLE, "listening...", *map(starting, NAMES)]
     assert progress == ["Starting service...", *cycle, *map(stopping, NAMES), *cycle]
-
-
-def test_cycle_ends_without_a_thread_of_its_own_for_that(sandbox, udp_collector):
-    service = sandbox.start_forwarding_service(env=sandbox.faulty(FAULTS="pthread_create:2:11"))
-    sandbox.raise_event("1")
-    sandbox.reload(service, 2)
-    sandbox.raise_event("2")
-    assert udp_collector.wait_for(2) == [b"perf01 1", b"perf01 2"]
-    assert service.stderr == ""

@@ -151,8 +151,8 @@ TEST(ScriptRunnerTest, ThousandRunsLeaveNoZombieAndNoDescriptor) {
   EXPECT_EQ(CountOpenDescriptors(), before);
 }
 
-// Each takes the half minute that a script may take. They are neighbours, so that each is in
-// another shard.
+// Each takes the half minute that a script may take. They stand in a row, so that each runs in another
+// shard.
 void ExpectTimeout(const std::string &lines, const std::string &output) {
   const auto run = [&] { EXPECT_EQ(ScriptOutput("echo $$ >/tmp/id; " + lines), output); };
   const milliseconds time = TimeOf(run);

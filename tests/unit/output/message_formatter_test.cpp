@@ -181,6 +181,15 @@ TEST_P(Date, IsFormatted) {
   EXPECT_EQ(FormatDate(GetParam().seconds).toStdString(), GetParam().text);
 }
 
+TEST(DateMemoTest, OnePassWritesEqualTimesInOneZone) {
+  DateMemo pass;
+  EXPECT_EQ(pass.Text(0).toStdString(), "Jan 01 00:00:00");
+  setenv("TZ", "XXX-1", 1);
+  tzset();
+  EXPECT_EQ(pass.Text(0).toStdString(), "Jan 01 00:00:00");
+  EXPECT_EQ(DateMemo().Text(0).toStdString(), "Jan 01 01:00:00");
+}
+
 const DateRow kDateRows[] = {
     {"DateIsMonthDayAndTime", 1700000000, "Nov 14 22:13:20"},
     {"DayBelowTenHasALeadingZero", 4 * 86400 + 3723, "Jan 05 01:02:03"},

@@ -190,10 +190,15 @@ TEST_F(EventIntakeTest, EndOfDataAndFailedReadAreReported) {
 }
 
 TEST_F(EventIntakeTest, FailedAcceptGivesItsErrorAndTheClientWaits) {
+  const std::vector<UniqueFd> silent = SetAside(1);
   const UniqueFd client = Connect();
+  Write(client, Image("perf01", "late"));
   EXPECT_TRUE(HasSomethingToDo());
-  const NoMoreDescriptors none;
-  EXPECT_EQ(intake_.TakeInClient(listener_.Get()), EMFILE);
+  {
+    const NoMoreDescriptors none;
+    EXPECT_EQ(intake_.TakeInClient(listener_.Get()), EMFILE);
+  }
+  EXPECT_EQ(TakeIn(), (Output{Printed("perf01", "late"), ""}));
 }
 
 // --- Silent clients ----------------------------------------------------------------------------

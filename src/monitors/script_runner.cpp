@@ -22,8 +22,8 @@ ScriptRun RunProgram(const QString &program, const QStringList &arguments) {
   process.start(program, arguments, QIODevice::ReadWrite);
   if (process.processId() < 0) {
     // The kernel refused a new process. Qt 5.15 does not notice, and its kill would send SIGKILL to
-    // -1, which is every process of the machine. Its destructor still closes a descriptor number that
-    // nobody set.
+    // -1, which is every process of the machine. Its destructor still closes a descriptor number
+    // that nobody set.
     StateOfProcess::Reset(process);
     return run;
   }

@@ -1,6 +1,6 @@
 // One run cycle of the event service. It opens the service socket, reads the settings, serves
-// clients, and ends when the settings change. Runs on the main thread. Uses the process-wide settings
-// and forwarding.
+// clients, and ends when the settings change. Runs on the main thread. Uses the process-wide
+// settings and forwarding.
 #pragma once
 
 #include <chrono>

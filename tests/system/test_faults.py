@@ -4,8 +4,6 @@ is printed then and what comes of it."""
 import collections
 import contextlib
 import os
-import pathlib
-import re
 import resource
 import signal
 import socket
@@ -302,8 +300,7 @@ def test_lack_of_memory_ends_the_service_by_a_signal(sandbox):
     sandbox.write_settings(allowed="perf01")
     sandbox.hold_events()
     service = sandbox.start_listening_service()
-    status = pathlib.Path(f"/proc/{service.pid}/status").read_text()
-    size = int(re.search(r"VmSize:\s+(\d+) kB", status)[1]) * 1024
+    size = service.facts.memory_info().vms
     resource.prlimit(service.pid, resource.RLIMIT_AS, (size, size))
 
     def ends():

@@ -5,7 +5,6 @@ import pathlib
 import sys
 import time
 
-import answers
 import monitors
 import raised_events
 from stage import DEFINITIONS, EXAMPLES, LOGGER, Collector, Service, show
@@ -41,8 +40,6 @@ def main():
     passed = monitors.demonstrate(service, collector) and passed
     if "--keep" in sys.argv:
         stay_up()
-    else:
-        passed = answers.demonstrate() and passed
     return 0 if passed else 1
 
 

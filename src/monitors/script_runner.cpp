@@ -16,8 +16,7 @@ struct StateOfProcess : QProcess {
 
 }  // namespace
 
-ScriptRun RunProgram(const QString &program, const QStringList &arguments) {
-  ScriptRun run;
+QString RunScript(const QString &program, const QStringList &arguments) {
   QProcess process;
   process.start(program, arguments, QIODevice::ReadWrite);
   if (process.processId() < 0) {
@@ -25,33 +24,19 @@ ScriptRun RunProgram(const QString &program, const QStringList &arguments) {
     // -1, which is every process of the machine. Its destructor still closes a descriptor number
     // that nobody set.
     StateOfProcess::Reset(process);
-    return run;
+    return {};
   }
   // Qt goes on reading standard error, so that the program never waits, and drops what it reads.
   process.closeReadChannel(QProcess::StandardError);
   const bool hasFinished =
       process.waitForFinished(std::chrono::milliseconds(kScriptTimeout).count());
   const QByteArray output = process.readAllStandardOutput();
-  run.output = QString::fromUtf8(output.constData());
-  if (process.error() == QProcess::FailedToStart) {
-    return run;
-  }
   if (!hasFinished) {
     // The destructor of a process that still runs would print a warning.
     process.kill();
     process.waitForFinished();
-    run.end = ScriptRun::End::kTimedOut;
-  } else if (process.exitStatus() == QProcess::CrashExit) {
-    run.end = ScriptRun::End::kKilled;
-  } else {
-    run.end = ScriptRun::End::kExited;
-    run.exitStatus = process.exitCode();
   }
-  return run;
-}
-
-QString RunScript(const QString &program, const QStringList &arguments) {
-  return RunProgram(program, arguments).output;
+  return QString::fromUtf8(output.constData());
 }
 
 bool IsProcessRunning(const QString &name) {

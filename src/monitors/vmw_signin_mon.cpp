@@ -44,15 +44,11 @@ void VmwSigninMon::Check() {
 }
 
 QString VmwSigninMon::GetUsername() {
-  const QString answer = RunSigninScript(QStringLiteral("user"));
-  qDebug() << "VmwSigninMon::GetUsername: " << answer;
-  return UsernameFrom(answer);
-}
-
-QString VmwSigninMon::UsernameFrom(const QString &answer) {
-  const QStringList fields = answer.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+  QString output = RunSigninScript(QStringLiteral("user"));
+  qDebug() << "VmwSigninMon::GetUsername: " << output;
+  const QStringList fields = output.split(QLatin1Char(':'), Qt::SkipEmptyParts);
   if (fields.size() != 4) {
-    return answer;
+    return output;
   }
   if (fields[2].trimmed().isEmpty()) {
     return fields[1];

@@ -29,12 +29,9 @@ UniqueFd TcpSyslogSender::Connect() const {
   return UniqueFd(descriptor);
 }
 
-QByteArray TcpSyslogSender::Frame(const QString &line) {
-  return line.trimmed().toUtf8().append('\n');
-}
-
 void TcpSyslogSender::Send(int connection, const QString &line) {
-  const QByteArray bytes = Frame(line);
+  QByteArray bytes = line.trimmed().toUtf8();
+  bytes.append('\n');
   const auto size = static_cast<std::size_t>(bytes.size());
   if (send(connection, bytes.constData(), size, MSG_NOSIGNAL) < 0) {
     std::puts("Error sending message");

@@ -1,8 +1,10 @@
 // Runs the tests, each from the same start. Refuses to run outside scripts/sandbox: the tests write
 // to the event logger's fixed paths, and change the interfaces and the name of the machine.
+#include <ftw.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/close_range.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,7 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <string>
 
 #include "base/standard_streams.h"
@@ -31,15 +32,27 @@ void SetEnvironment(const std::string &path) {
   tzset();
 }
 
+// Removes what is in the folder. FTW_MOUNT keeps to the file system of the sandbox: a checkout
+// below the folder is mounted there, and stays as it is.
+void Empty(const char *folder) {
+  const auto removeEntry = [](const char *path, const struct stat * /*status*/, int /*type*/,
+                              FTW *place) {
+    if (place->level > 0) {
+      std::remove(path);
+    }
+    return 0;
+  };
+  constexpr int kOpenFolders = 16;
+  nftw(folder, removeEntry, kOpenFolders, FTW_DEPTH | FTW_MOUNT | FTW_PHYS);
+}
+
 class SameStart : public testing::EmptyTestEventListener {
  public:
   SameStart() { SetEnvironment(path_); }
 
   void OnTestStart(const testing::TestInfo & /*test*/) override {
     for (const char *folder : {"/tmp", "/usr/lib/orvan/ov-event-logger"}) {
-      for (const auto &entry : std::filesystem::directory_iterator(folder)) {
-        std::filesystem::remove_all(entry);
-      }
+      Empty(folder);
     }
     // Orphans of earlier tests become children of this process.
     while (waitpid(-1, nullptr, WNOHANG) > 0) {

@@ -107,13 +107,13 @@ void *ProcessingThread(void * /*unused*/) {
 }  // namespace
 
 int StartProcessingThread() {
-  static const int isInitialised = sem_init(&flagCleared, 0, 0);
-  static_cast<void>(isInitialised);
+  sem_init(&flagCleared, 0, 0);
   const int error = pthread_create(&processingThread, nullptr, ProcessingThread, nullptr);
   if (error == 0) {
     while (sem_wait(&flagCleared) != 0) {
     }
   }
+  sem_destroy(&flagCleared);
   return error;
 }
 

@@ -5,6 +5,7 @@ import pathlib
 import sys
 import time
 
+import answers
 import monitors
 import raised_events
 from stage import DEFINITIONS, EXAMPLES, LOGGER, Collector, Service, show
@@ -40,6 +41,8 @@ def main():
     passed = monitors.demonstrate(service, collector) and passed
     if "--keep" in sys.argv:
         stay_up()
+    else:
+        passed = answers.demonstrate() and passed
     return 0 if passed else 1
 
 

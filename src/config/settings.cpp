@@ -12,8 +12,12 @@
 namespace ov {
 
 void Settings::parseSettings() {
-  rawValues_ = readSettingsFile();
+  applyEntries(readSettingsFile());
   dumpSettings();
+}
+
+void Settings::applyEntries(const QHash<QString, QString> &entries) {
+  rawValues_ = entries;
   ApplyInteger("facility", facility_);
   ApplyText("formatString", formatString_);
   ApplyAllowed();
@@ -41,9 +45,8 @@ bool Settings::settingsChanged() {
   return readSettingsFile() != rawValues_;
 }
 
-QHash<QString, QString> Settings::readSettingsFile() {
+QHash<QString, QString> Settings::readSettingsFile(const QString &path) {
   QHash<QString, QString> values;
-  const QString path = QLatin1String(kSettingsPath);
   // Anyone may create a missing file: a pipe must not block the service.
   if (!QFileInfo(path).isFile()) {
     return values;

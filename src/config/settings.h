@@ -18,17 +18,21 @@ enum class Protocol { kUdp, kTcp };
 /// the default counts only until a file first has the key.
 class Settings {
  public:
-  /// Reads the file, prints every entry and applies the thirteen known keys. Ignores a number that
-  /// is not a decimal integer, without a message; checks nothing else.
+  /// Reads the file, applies its entries and prints every one.
   void parseSettings();
+
+  /// Applies the thirteen known keys. Ignores a number that is not a decimal integer, without a
+  /// message; checks nothing else.
+  void applyEntries(const QHash<QString, QString> &entries);
 
   /// Whether the file's contents differ from those that parseSettings read. Costs one stat while
   /// the file's modification time (whole seconds) stays the same. False if the file is missing.
   bool settingsChanged();
 
-  /// Every key of the file with its value as text, as Qt's INI reader gives them. Empty without a
+  /// Every key of a file with its value as text, as Qt's INI reader gives them. Empty without a
   /// regular file.
-  static QHash<QString, QString> readSettingsFile();
+  static QHash<QString, QString> readSettingsFile(
+      const QString &path = QLatin1String(kSettingsPath));
 
   /// Prints "<key>: <value>" for every entry last read, in no particular order.
   void dumpSettings() const;
@@ -36,6 +40,7 @@ class Settings {
   /// Whether events of this identifier (Latin-1) may be forwarded.
   bool isAllowed(std::string_view id) const;
 
+  const QSet<QString> &allowedEvents() const { return allowedEvents_; }
   std::int32_t facility() const { return facility_; }  ///< syslog facility, not range-checked
   QString formatString() const { return formatString_; }
   Protocol protocol() const { return protocol_; }

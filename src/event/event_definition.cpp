@@ -1,9 +1,8 @@
 #include "event/event_definition.h"
 
 #include <QByteArray>
-#include <array>
+#include <algorithm>
 #include <cstdio>
-#include <string_view>
 #include <utility>
 
 namespace ov {
@@ -16,16 +15,18 @@ EventDefinition::EventDefinition(QString id_, QString label_, QString descriptio
       severityName(std::move(severityName_)),
       severity(syslogLevelFromName(severityName.toUtf8().constData())) {}
 
+std::int32_t FindSeverity(std::string_view name) {
+  const auto *const found = std::find(kSeverityNames.begin(), kSeverityNames.end(), name);
+  return found == kSeverityNames.end() ? kUnknownSeverity
+                                       : static_cast<std::int32_t>(found - kSeverityNames.begin());
+}
+
 std::int32_t syslogLevelFromName(const char *name) {
-  constexpr std::array<std::string_view, 8> kNames = {"emerg", "alert",  "crit", "err",
-                                                      "warn",  "notice", "info", "debug"};
-  for (std::size_t severity = 0; severity < kNames.size(); ++severity) {
-    if (name == kNames[severity]) {
-      return static_cast<std::int32_t>(severity);
-    }
+  const std::int32_t severity = FindSeverity(name);
+  if (severity == kUnknownSeverity) {
+    std::fprintf(stderr, "Unknown syslog level: %s\n", name);
   }
-  std::fprintf(stderr, "Unknown syslog level: %s\n", name);
-  return kUnknownSeverity;
+  return severity;
 }
 
 }  // namespace ov

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <QString>
+#include <array>
 #include <cstdint>
+#include <string_view>
 
 namespace ov {
 
@@ -24,9 +26,16 @@ struct EventDefinition {
   std::int32_t severity = 0;  ///< 0 ("emerg") to 7 ("debug"), or kUnknownSeverity
 };
 
-/// The syslog severity number (RFC 5424, section 6.2.1) of "emerg", "alert", "crit", "err",
-/// "warn", "notice", "info" or "debug", compared exactly. For any other name, kUnknownSeverity
-/// after printing "Unknown syslog level: <name>" on standard error.
+/// The eight severity names, each at the place of its syslog severity number (RFC 5424, section
+/// 6.2.1).
+constexpr std::array<std::string_view, 8> kSeverityNames = {"emerg", "alert",  "crit", "err",
+                                                            "warn",  "notice", "info", "debug"};
+
+/// The severity number of a name, compared exactly, or kUnknownSeverity.
+std::int32_t FindSeverity(std::string_view name);
+
+/// Like FindSeverity. Prints "Unknown syslog level: <name>" on standard error for a name that is
+/// none of the eight.
 std::int32_t syslogLevelFromName(const char *name);
 
 }  // namespace ov

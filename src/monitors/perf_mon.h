@@ -2,8 +2,11 @@
 // reaches its threshold, and again only after a reading below it.
 #pragma once
 
+#include <QByteArray>
+#include <QString>
 #include <chrono>
 #include <cstddef>
+#include <optional>
 
 #include "monitors/monitor.h"
 
@@ -12,6 +15,19 @@ namespace ov {
 constexpr char kPerfScriptPath[] = "/usr/lib/orvan/ov-event-logger/perf.sh";
 constexpr std::size_t kPerfValuesLimit = 15;  // characters
 constexpr std::chrono::seconds kPerfPeriod{5};
+
+/// A line "cpu=", "mem=" or "disk=" of the script with its number.
+struct PerfReading {
+  QString resource;
+  float value;  ///< percent
+};
+
+/// What a line of the script says, or nothing. Text that is no number counts as 0.
+std::optional<PerfReading> PerfReadingFrom(const QString &line);
+
+/// The values of an event, such as "95.00% > 80.00%", or nothing if they are longer than
+/// kPerfValuesLimit.
+std::optional<QByteArray> PerfValuesText(float value, float threshold);
 
 /// Remembers the last reading of each resource, and whether it raised the event.
 class PerfMon final : public Monitor {
@@ -29,6 +45,9 @@ class PerfMon final : public Monitor {
   void Check() override;
   void Reserved() override {}
 
+  /// What Check does with the script's output.
+  void TakeIn(const QString &output);
+
  private:
   struct Resource {
     bool allowed;
@@ -37,7 +56,6 @@ class PerfMon final : public Monitor {
     bool raised;      // the event, and no reading was below the threshold since
   };
 
-  void ReadValues();
   static void Evaluate(Resource &resource, const char *eventId);
 
   Resource cpu_;

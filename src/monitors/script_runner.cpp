@@ -16,7 +16,8 @@ struct StateOfProcess : QProcess {
 
 }  // namespace
 
-QString RunScript(const QString &program, const QStringList &arguments) {
+ScriptRun RunProgram(const QString &program, const QStringList &arguments) {
+  ScriptRun run;
   QProcess process;
   process.start(program, arguments, QIODevice::ReadWrite);
   if (process.processId() < 0) {
@@ -24,19 +25,33 @@ QString RunScript(const QString &program, const QStringList &arguments) {
     // -1, which is every process of the machine. Its destructor still closes a descriptor number
     // that nobody set.
     StateOfProcess::Reset(process);
-    return {};
+    return run;
   }
   // Qt goes on reading standard error, so that the program never waits, and drops what it reads.
   process.closeReadChannel(QProcess::StandardError);
   const bool hasFinished =
       process.waitForFinished(std::chrono::milliseconds(kScriptTimeout).count());
   const QByteArray output = process.readAllStandardOutput();
+  run.output = QString::fromUtf8(output.constData());
+  if (process.error() == QProcess::FailedToStart) {
+    return run;
+  }
   if (!hasFinished) {
     // The destructor of a process that still runs would print a warning.
     process.kill();
     process.waitForFinished();
+    run.end = ScriptRun::End::kTimedOut;
+  } else if (process.exitStatus() == QProcess::CrashExit) {
+    run.end = ScriptRun::End::kKilled;
+  } else {
+    run.end = ScriptRun::End::kExited;
+    run.exitStatus = process.exitCode();
   }
-  return QString::fromUtf8(output.constData());
+  return run;
+}
+
+QString RunScript(const QString &program, const QStringList &arguments) {
+  return RunProgram(program, arguments).output;
 }
 
 bool IsProcessRunning(const QString &name) {

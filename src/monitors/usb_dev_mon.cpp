@@ -14,8 +14,11 @@ UsbDevMon::UsbDevMon(bool presentAllowed, bool addedAllowed, bool removedAllowed
       removedAllowed_(removedAllowed) {}
 
 QSet<QString> UsbDevMon::ReadDevices() {
-  const QStringList lines =
-      RunScript(QLatin1String(kUsbScriptPath), {}).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+  return DevicesFrom(RunScript(QLatin1String(kUsbScriptPath), {}));
+}
+
+QSet<QString> UsbDevMon::DevicesFrom(const QString &output) {
+  const QStringList lines = output.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
   return QSet<QString>(lines.cbegin(), lines.cend());
 }
 

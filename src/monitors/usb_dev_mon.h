@@ -27,6 +27,9 @@ class UsbDevMon final : public Monitor {
   /// The present lines of the script. A script that fails gives no devices.
   static QSet<QString> ReadDevices();
 
+  /// The devices in the script's output: its lines that are not empty.
+  static QSet<QString> DevicesFrom(const QString &output);
+
  private:
   static void RaiseForEach(const char *eventId, const QSet<QString> &devices);
 

@@ -44,11 +44,15 @@ void VmwSigninMon::Check() {
 }
 
 QString VmwSigninMon::GetUsername() {
-  QString output = RunSigninScript(QStringLiteral("user"));
-  qDebug() << "VmwSigninMon::GetUsername: " << output;
-  const QStringList fields = output.split(QLatin1Char(':'), Qt::SkipEmptyParts);
+  const QString answer = RunSigninScript(QStringLiteral("user"));
+  qDebug() << "VmwSigninMon::GetUsername: " << answer;
+  return UsernameFrom(answer);
+}
+
+QString VmwSigninMon::UsernameFrom(const QString &answer) {
+  const QStringList fields = answer.split(QLatin1Char(':'), Qt::SkipEmptyParts);
   if (fields.size() != 4) {
-    return output;
+    return answer;
   }
   if (fields[2].trimmed().isEmpty()) {
     return fields[1];

@@ -24,9 +24,12 @@ class VmwSigninMon final : public Monitor {
   void Check() override;
   void Reserved() override {}
 
-  /// The user from the script's answer to "user". If the answer has four fields between colons:
-  /// the second, and behind a slash the third unless it is blank. Otherwise the whole answer.
+  /// The user from the script's answer to "user".
   static QString GetUsername();
+
+  /// The user that an answer names. If it has four fields between colons: the second, and behind a
+  /// slash the third unless it is blank. Otherwise the whole answer.
+  static QString UsernameFrom(const QString &answer);
 
  private:
   // Whether the script prints anything at all for the word.

@@ -9,6 +9,9 @@
 
 namespace ov {
 
+/// Stores the first IPv4 address of `host` in `address`. Returns 0 or the error of getaddrinfo.
+int FindAddress(const QString &host, int socketType, in_addr &address);
+
 /// Resolves `host`, a dotted IPv4 address or a name, for sockets of `socketType` and stores its
 /// first IPv4 address with the low 16 bits of `port`. When that fails, prints "Invalid IP address
 /// or hostname: <why>" on standard output and leaves `destination` as it was.

@@ -48,6 +48,9 @@ class MessageFormatter {
  public:
   MessageFormatter();
 
+  /// Every token, brackets included.
+  const QStringList &tokens() const { return tokens_; }
+
   /// Cuts the template into tokens and the literal stretches between them. What merely resembles
   /// a token is literal.
   void SetTemplate(const QString &text);

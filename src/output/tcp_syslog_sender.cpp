@@ -29,9 +29,12 @@ UniqueFd TcpSyslogSender::Connect() const {
   return UniqueFd(descriptor);
 }
 
+QByteArray TcpSyslogSender::Frame(const QString &line) {
+  return line.trimmed().toUtf8().append('\n');
+}
+
 void TcpSyslogSender::Send(int connection, const QString &line) {
-  QByteArray bytes = line.trimmed().toUtf8();
-  bytes.append('\n');
+  const QByteArray bytes = Frame(line);
   const auto size = static_cast<std::size_t>(bytes.size());
   if (send(connection, bytes.constData(), size, MSG_NOSIGNAL) < 0) {
     std::puts("Error sending message");

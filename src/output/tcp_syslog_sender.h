@@ -23,7 +23,10 @@ class TcpSyslogSender {
   /// a socket that does not connect stays open until the process ends.
   UniqueFd Connect() const;
 
-  /// Writes the line, without white space at its ends and with a line feed. A line that cannot be
+  /// The bytes of a line on the connection: without white space at its ends, with a line feed.
+  static QByteArray Frame(const QString &line);
+
+  /// Writes the frame of the line. A line that cannot be
   /// sent is reported on standard output and lost; a dropped connection raises no signal.
   static void Send(int connection, const QString &line);
 

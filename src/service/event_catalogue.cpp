@@ -10,19 +10,16 @@
 namespace ov {
 namespace {
 
-constexpr int kColumns = 4;
-
 void AddLine(const QString &line, EventDefinitions &definitions) {
-  if (line.startsWith(QLatin1Char('#'))) {
+  const QStringList columns = DefinitionColumns(line);
+  if (columns.isEmpty()) {
     return;
   }
-  const QStringList columns = line.split(QLatin1Char(','));
-  if (columns.size() < kColumns) {
+  if (columns.size() < kDefinitionColumns) {
     qWarning() << "Invalid line format:" << line;
     return;
   }
-  const EventDefinition definition(columns[0].trimmed(), columns[1].trimmed(), columns[2].trimmed(),
-                                   columns[3].trimmed());
+  const EventDefinition definition(columns[0], columns[1], columns[2], columns[3]);
   definitions.insert(definition.id, definition);
 }
 
@@ -32,31 +29,53 @@ QString KeyOf(std::string_view id) {
 
 }  // namespace
 
-EventDefinitions loadEventDefinitions() {
-  EventDefinitions definitions;
-  std::puts("loading Event definitions...");
-
-  const char *path = kSystemDefinitionsPath;
-  if (!QFile::exists(QLatin1String(path))) {
-    path = kFallbackDefinitionsPath;
-    if (!QFile::exists(QLatin1String(path))) {
-      return definitions;
+const char *FindDefinitionsFile() {
+  for (const char *path : {kSystemDefinitionsPath, kFallbackDefinitionsPath}) {
+    if (QFile::exists(QLatin1String(path))) {
+      return path;
     }
   }
-  std::printf("loading %s\n", path);
+  return nullptr;
+}
 
-  QFile file{QLatin1String(path)};
+bool ReadDefinitionLines(const QString &path, const std::function<void(const QString &)> &take) {
+  QFile file(path);
   if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-    // The message names the system file even if it is the fallback that does not open.
-    qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
-    return definitions;
+    return false;
   }
   const QByteArray bytes = file.readAll();
   QString text = QString::fromUtf8(bytes.constData(), bytes.size());
   QTextStream lines(&text);
   QString line;
   while (lines.readLineInto(&line)) {
-    AddLine(line, definitions);
+    take(line);
+  }
+  return true;
+}
+
+QStringList DefinitionColumns(const QString &line) {
+  if (line.startsWith(QLatin1Char('#'))) {
+    return {};
+  }
+  QStringList columns = line.split(QLatin1Char(','));
+  for (QString &column : columns) {
+    column = column.trimmed();
+  }
+  return columns;
+}
+
+EventDefinitions loadEventDefinitions() {
+  EventDefinitions definitions;
+  std::puts("loading Event definitions...");
+  const char *const path = FindDefinitionsFile();
+  if (path == nullptr) {
+    return definitions;
+  }
+  std::printf("loading %s\n", path);
+  if (!ReadDefinitionLines(QLatin1String(path),
+                           [&definitions](const QString &line) { AddLine(line, definitions); })) {
+    // The message names the system file even if it is the fallback that does not open.
+    qWarning() << "Unable to open file:" << kSystemDefinitionsPath;
   }
   return definitions;
 }

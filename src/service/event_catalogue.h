@@ -4,6 +4,8 @@
 
 #include <QHash>
 #include <QString>
+#include <QStringList>
+#include <functional>
 #include <mutex>
 #include <string_view>
 
@@ -18,10 +20,23 @@ constexpr char kFallbackDefinitionsPath[] = "/tmp/ov-event-def.csv";
 /// Definitions by event identifier (case-sensitive).
 using EventDefinitions = QHash<QString, EventDefinition>;
 
-/// Reads the definitions file: UTF-8, one definition a line, the columns identifier, label,
-/// description and severity name separated by commas, without any quoting. Lines that begin with
-/// "#" are comments. The last row of an identifier wins. Reports progress on standard output, and
-/// each line that it skips as a warning. Without a readable file there are no definitions.
+/// The definitions file that counts, or null if neither exists.
+const char *FindDefinitionsFile();
+
+/// Gives every line of a definitions file, UTF-8, to `take`. Returns false if the file cannot be
+/// opened.
+bool ReadDefinitionLines(const QString &path, const std::function<void(const QString &)> &take);
+
+constexpr int kDefinitionColumns = 4;
+
+/// The columns of a line: identifier, label, description and severity name, separated by commas,
+/// without any quoting and without the white space around them. None if the line is a comment,
+/// which begins with "#". A line with fewer columns defines nothing; more columns do not count.
+QStringList DefinitionColumns(const QString &line);
+
+/// Reads the definitions file. The last row of an identifier wins. Reports progress on standard
+/// output, and each line that it skips as a warning. Without a readable file there are no
+/// definitions.
 EventDefinitions loadEventDefinitions();
 
 /// Owns the definitions. Any thread may call every function at any time.

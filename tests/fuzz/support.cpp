@@ -1,5 +1,7 @@
 #include "support.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -103,11 +105,21 @@ void ExpectPrinted(const QByteArray &out, const QByteArray &err) {
   ExpectSame("standard error", printed.err, err);
 }
 
+// Qt's reader of settings takes a file of the same time and size for read already.
+static void SetNextTime(const char *path) {
+  static std::int64_t second = 0;
+  ++second;
+  const std::array<timespec, 2> times{timespec{second, 0}, timespec{second, 0}};
+  ExpectSame("setting of a file's time", utimensat(AT_FDCWD, path, times.data(), 0), 0);
+}
+
 void PlaceFile(const char *path, bool exists, const QByteArray &contents) {
   unlink(path);
   if (exists) {
     std::ofstream file(path, std::ios::binary);
     ExpectSame("file written", bool(file.write(contents.constData(), contents.size())), true);
+    file.close();
+    SetNextTime(path);
   }
 }
 

@@ -1,0 +1,277 @@
+#include "check/check_command.h"
+
+#include <getopt.h>
+#include <unistd.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QtGlobal>
+#include <cstdio>
+#include <optional>
+
+#include "base/names_codec.h"
+#include "check/check_definitions.h"
+#include "check/check_machine.h"
+#include "check/check_settings.h"
+#include "check/check_template.h"
+#include "check/definitions_file.h"
+#include "check/event_answer.h"
+#include "check/finding.h"
+#include "check/report.h"
+#include "check/settings_answer.h"
+#include "check/settings_file.h"
+#include "check/try_script.h"
+#include "output/host_identity.h"
+#include "service/event_catalogue.h"
+
+namespace ov {
+namespace {
+
+constexpr int kNoComplaint = 0;
+constexpr int kComplaint = 1;
+constexpr int kWrongUsage = 2;
+
+constexpr char kUsage[] =
+    "Usage: ov-event-check [OPTION]...                    check everything\n"
+    "  or:  ov-event-check [OPTION]... event ID [VALUES]  what becomes of this event\n"
+    "  or:  ov-event-check [OPTION]... settings           the settings in force\n"
+    "  or:  ov-event-check [OPTION]... script NAME        run perf.sh, usb-devices.sh or\n"
+    "                                                     vmw-signin-status.sh as its monitor "
+    "would\n"
+    "Says what ov-event-logger makes of its files, this machine and an event, and why.\n"
+    "It changes nothing and needs no running service.\n"
+    "\n"
+    "  --settings FILE     instead of /tmp/ov-event-logger.ini\n"
+    "  --definitions FILE  instead of /usr/lib/orvan/ov-event-logger/ov-event-def.csv\n"
+    "  --offline           ask nothing of this machine\n"
+    "  --json              print one JSON document\n"
+    "  --explain CAUSE     explain a cause, the word in brackets at the end of a finding\n"
+    "  --help              print this help\n"
+    "  --version           print the version\n"
+    "\n"
+    "Status: 0 without an error or a warning, 1 with some, 2 for a wrong usage or a file that "
+    "cannot\n"
+    "be read.\n";
+
+struct Question {
+  QString settingsPath = QLatin1String(kSettingsPath);
+  QString definitionsPath;
+  bool isOffline = false;
+  bool wantsJson = false;
+  QList<QByteArray> words;
+};
+
+int FailWithUsage(const QByteArray &complaint) {
+  std::fprintf(stderr, "ov-event-check: %s\nTry 'ov-event-check --help'.\n", complaint.constData());
+  return kWrongUsage;
+}
+
+// The page of docs/ANSWERS.md about a cause.
+int Explain(const QString &name) {
+  if (FindCause(name) == nullptr) {
+    QStringList names;
+    for (const Cause &cause : kCauses) {
+      names.append(QLatin1String(cause.name));
+    }
+    const QString meant = ClosestTo(name, names);
+    return FailWithUsage("there is no cause " + Quoted(name).toUtf8() +
+                         (meant.isEmpty() ? QByteArray() : "; is it " + meant.toUtf8() + "?"));
+  }
+  QFile answers(QStringLiteral(":/ANSWERS.md"));
+  answers.open(QIODevice::ReadOnly);
+  const QByteArray text = answers.readAll();
+  const QByteArray heading = "\n### " + name.toUtf8() + '\n';
+  const int start = text.indexOf(heading) + 1;
+  const int end = text.indexOf("\n#", start + heading.size() - 2);
+  std::fputs((text.mid(start, end < 0 ? -1 : end - start).trimmed() + '\n').constData(), stdout);
+  return kNoComplaint;
+}
+
+class Answer {
+ public:
+  explicit Answer(const Question &question)
+      : question_(question),
+        service_(question.isOffline ? std::nullopt : FindService()),
+        settings_(question.settingsPath),
+        definitions_(question.definitionsPath) {
+    if (!question.isOffline) {
+      AdoptEnvironment(service_);
+    }
+  }
+
+  int Print() {
+    const QByteArray command = question_.words.value(0);
+    if (command.isEmpty()) {
+      CheckFiles();
+      CheckThisMachine({});
+    } else if (command == "event") {
+      PrintEvent();
+    } else if (command == "settings") {
+      const SettingsAnswer answer = AnswerFor(settings_);
+      text_ = AsText(answer);
+      document_ = AsJson(answer);
+      return Finish(kNoComplaint);
+    } else {
+      PrintScript();
+    }
+    AddFindings(findings_, document_);
+    text_ += FindingsAsText(findings_, isatty(STDOUT_FILENO) != 0);
+    return Finish(findings_.HasComplaint() || isLost_ ? kComplaint : kNoComplaint);
+  }
+
+ private:
+  HostIdentity Host() const {
+    // Stand-ins: an address for documentation (RFC 5737) and a usual name.
+    return question_.isOffline
+               ? HostIdentity{QStringLiteral("192.0.2.1"), QStringLiteral("tc-0042")}
+               : LookUpHostIdentity();
+  }
+
+  void CheckFiles() {
+    CheckSettings(settings_, definitions_, findings_);
+    CheckTemplate(settings_, definitions_, Host(), findings_);
+    CheckDefinitions(definitions_, findings_);
+  }
+
+  void CheckThisMachine(const QString &event) {
+    if (!question_.isOffline) {
+      CheckMachine(settings_, definitions_, service_, event, findings_);
+    }
+  }
+
+  void PrintEvent() {
+    const EventAnswer answer =
+        AnswerFor(question_.words[1], question_.words.value(2), settings_, definitions_, Host());
+    CheckFiles();
+    CheckThisMachine(answer.id);
+    findings_ = findings_.About(answer.id);
+    isLost_ = !answer.IsForwarded();
+    text_ = AsText(answer);
+    document_.insert(QStringLiteral("event"), AsJson(answer));
+  }
+
+  void PrintScript() {
+    const ScriptAnswer answer =
+        TryScript(QString::fromUtf8(question_.words[1]), settings_.InForce(), findings_);
+    text_ = AsText(answer);
+    document_.insert(QStringLiteral("script"), AsJson(answer));
+  }
+
+  int Finish(int status) {
+    if (question_.wantsJson) {
+      text_ = QJsonDocument(document_).toJson();
+    }
+    std::fwrite(text_.constData(), 1, static_cast<std::size_t>(text_.size()), stdout);
+    return status;
+  }
+
+  const Question &question_;
+  const std::optional<ServiceProcess> service_;
+  const SettingsFile settings_;
+  const DefinitionsFile definitions_;
+  Findings findings_;
+  QByteArray text_;
+  QJsonObject document_;
+  bool isLost_ = false;
+};
+
+// What is wrong with the words behind the options, or nothing.
+QByteArray ComplaintAbout(const QList<QByteArray> &words) {
+  const QByteArray command = words.value(0);
+  if (words.isEmpty() || (command == "settings" && words.size() == 1) ||
+      (command == "event" && (words.size() == 2 || words.size() == 3))) {
+    return {};
+  }
+  if (command == "script" && words.size() == 2) {
+    return ScriptNames().contains(QString::fromUtf8(words[1]))
+               ? QByteArray()
+               : "there is no script \"" + words[1] + "\" of a monitor; there are " +
+                     ScriptNames().join(QLatin1String(", ")).toUtf8();
+  }
+  if (command == "event") {
+    return "event takes an identifier and at most one text of values";
+  }
+  if (command == "settings") {
+    return "settings takes no argument";
+  }
+  return command == "script" ? QByteArray("script takes the name of a script")
+                             : "there is no command \"" + command + '"';
+}
+
+void DropMessage(QtMsgType /*type*/, const QMessageLogContext & /*context*/,
+                 const QString & /*message*/) {}
+
+bool IsReadable(const QString &path) {
+  QFile file(path);
+  return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly);
+}
+
+}  // namespace
+
+int RunCheckCommand(int argc, char *argv[]) {
+  UseUtf8ForNames();
+  qInstallMessageHandler(DropMessage);  // Qt's own about odd keys
+
+  enum Option { kSettings = 1, kDefinitions, kOffline, kJson, kExplain, kHelp, kVersion };
+  constexpr option kOptions[] = {{"settings", required_argument, nullptr, kSettings},
+                                 {"definitions", required_argument, nullptr, kDefinitions},
+                                 {"offline", no_argument, nullptr, kOffline},
+                                 {"json", no_argument, nullptr, kJson},
+                                 {"explain", required_argument, nullptr, kExplain},
+                                 {"help", no_argument, nullptr, kHelp},
+                                 {"version", no_argument, nullptr, kVersion},
+                                 {nullptr, 0, nullptr, 0}};
+  const char *const found = FindDefinitionsFile();
+  Question question;
+  question.definitionsPath = QLatin1String(found == nullptr ? kSystemDefinitionsPath : found);
+  QStringList named;
+  int chosen = 0;
+  // "+": what follows the command is its own, such as values that begin with a minus.
+  while ((chosen = getopt_long(argc, argv, "+", kOptions, nullptr)) != -1) {
+    const QString argument = optarg == nullptr ? QString() : QString::fromUtf8(optarg);
+    switch (chosen) {
+      case kSettings:
+        question.settingsPath = argument;
+        named.append(argument);
+        break;
+      case kDefinitions:
+        question.definitionsPath = argument;
+        named.append(argument);
+        break;
+      case kOffline:
+        question.isOffline = true;
+        break;
+      case kJson:
+        question.wantsJson = true;
+        break;
+      case kExplain:
+        return Explain(argument);
+      case kHelp:
+        std::fputs(kUsage, stdout);
+        return kNoComplaint;
+      case kVersion:
+        std::puts("ov-event-check " OV_VERSION);
+        return kNoComplaint;
+      default:
+        std::fputs("Try 'ov-event-check --help'.\n", stderr);
+        return kWrongUsage;
+    }
+  }
+  for (int i = optind; i < argc; ++i) {
+    question.words.append(argv[i]);
+  }
+  const QByteArray complaint = ComplaintAbout(question.words);
+  if (!complaint.isEmpty()) {
+    return FailWithUsage(complaint);
+  }
+  for (const QString &path : qAsConst(named)) {
+    if (!IsReadable(path)) {
+      return FailWithUsage("the file " + path.toUtf8() + " cannot be read");
+    }
+  }
+  return Answer(question).Print();
+}
+
+}  // namespace ov

@@ -1,0 +1,25 @@
+// What there is on this machine for the service to work with: the service itself, its socket, the
+// network, the collector, the scripts of the monitors.
+#pragma once
+
+#include <QString>
+#include <optional>
+
+#include "check/definitions_file.h"
+#include "check/finding.h"
+#include "check/service_process.h"
+#include "check/settings_file.h"
+
+namespace ov {
+
+/// Takes over what the service's environment says about language, time zone and path, as far as
+/// this user may see it: dates and programs are then those of the service. Call it before Qt has
+/// used its locale.
+void AdoptEnvironment(const std::optional<ServiceProcess> &service);
+
+/// Looks only at what touches `event`, unless that is empty.
+void CheckMachine(const SettingsFile &settings, const DefinitionsFile &definitions,
+                  const std::optional<ServiceProcess> &service, const QString &event,
+                  Findings &findings);
+
+}  // namespace ov

@@ -1,0 +1,150 @@
+#include "check/check_template.h"
+
+#include <QRegularExpression>
+#include <string>
+
+#include "output/message_formatter.h"
+#include "output/tcp_syslog_sender.h"
+
+namespace ov {
+namespace {
+
+constexpr int kUsualLimit = 1024;  // bytes of a line that every collector takes (RFC 3164)
+
+class TemplateCheck {
+ public:
+  TemplateCheck(const SettingsFile &settings, const DefinitionsFile &definitions,
+                const HostIdentity &host, Findings &findings)
+      : settings_(settings),
+        definitions_(definitions),
+        host_(host),
+        findings_(findings),
+        text_(settings.InForce().formatString()) {}
+
+  void CheckAll() {
+    CheckTokens();
+    CheckHeader();
+    CheckStart();
+    CheckLineBreaks();
+    CheckLengths();
+  }
+
+ private:
+  void Add(const char *cause, const QString &sentence, const QString &text = {}) {
+    findings_.Add(cause, settings_.PlaceInKey(QStringLiteral("formatString"), text.toLatin1()),
+                  sentence);
+  }
+
+  bool Has(const char *token) const { return text_.contains(QLatin1String(token)); }
+
+  void CheckTokens() {
+    static const QRegularExpression kLikeToken(QStringLiteral("\\[[A-Za-z_]+\\]"));
+    const QStringList tokens = MessageFormatter().tokens();
+    for (auto match = kLikeToken.globalMatch(text_); match.hasNext();) {
+      const QString word = match.next().captured();
+      if (!tokens.contains(word)) {
+        const QString meant = ClosestTo(word, tokens);
+        Add("unknown-token",
+            QStringLiteral("%1 is no token, and goes out as it stands. %2")
+                .arg(word, meant.isEmpty()
+                               ? QStringLiteral("The tokens are ") + tokens.join(QLatin1Char(' '))
+                               : QStringLiteral("Write ") + meant),
+            word);
+      }
+    }
+    if (!Has("[PRI]")) {
+      Add("no-priority", QStringLiteral("the template has no [PRI]: collectors take every line for "
+                                        "user.notice. Begin it with <[PRI]>"));
+    }
+    if (!Has("[ID]")) {
+      Add("no-event-id",
+          QStringLiteral("the template has no [ID]: nobody can tell at the collector "
+                         "which event a line is about. Add it"));
+    }
+  }
+
+  void CheckHeader() {
+    static const QRegularExpression kHeader(QStringLiteral("^<\\[PRI\\]>( ?\\[DATE\\] |1 )"));
+    if (!kHeader.match(text_).hasMatch()) {
+      Add("no-header",
+          QStringLiteral("rsyslog and syslog-ng know no header like this: they take the "
+                         "time of receipt and the sender's address for the line's"));
+    }
+  }
+
+  // A collector that hears TCP takes a number at the beginning for the length of the line (RFC
+  // 6587, section 3.4.1).
+  void CheckStart() {
+    if (settings_.InForce().protocol() != Protocol::kTcp) {
+      return;
+    }
+    const QString start = text_.trimmed();
+    const bool idsBeginWithDigit =
+        std::any_of(definitions_.Ids().begin(), definitions_.Ids().end(), [](const QString &id) {
+          return id.left(1).contains(QRegularExpression(QStringLiteral("[0-9]")));
+        });
+    if (start.left(1).contains(QRegularExpression(QStringLiteral("[0-9]"))) ||
+        start.startsWith(QLatin1String("[PRI]")) || start.startsWith(QLatin1String("[IP]")) ||
+        (start.startsWith(QLatin1String("[ID]")) && idsBeginWithDigit)) {
+      Add("starts-with-digit",
+          QStringLiteral("lines begin with a digit: over TCP a collector takes the number for the "
+                         "length of the line and cuts there. Begin the template with <[PRI]>"));
+    }
+  }
+
+  void CheckLineBreaks() {
+    if (text_.contains(QLatin1Char('\n')) || text_.contains(QLatin1Char('\r'))) {
+      Add("line-break",
+          QStringLiteral("the template holds a line break: over TCP each event becomes "
+                         "several lines, and over UDP a line with a control character. "
+                         "Remove it, and close every double quote"));
+    }
+  }
+
+  void CheckLengths() {
+    const std::string values(kEventValuesSize - 1, 'v');
+    for (const DefinitionsLine &line : definitions_.Lines()) {
+      if (!line.IsDefinition() || definitions_.LineOf(line.Id()) != &line) {
+        continue;
+      }
+      const EventRecord record = MakeEventRecord(line.Id().toLatin1().constData(), values.c_str());
+      const int length = LineFor(settings_, host_, record, DefinitionFrom(line)).size();
+      if (length > kUsualLimit) {
+        findings_.Add(
+            "line-too-long", definitions_.PlaceOf(line, line.columns[2]),
+            QStringLiteral("with %1 bytes of values the line has %2 bytes, more than the "
+                           "%3 that every collector takes. Shorten the description or the "
+                           "template")
+                .arg(values.size())
+                .arg(length)
+                .arg(kUsualLimit),
+            {line.Id()});
+      }
+    }
+  }
+
+  const SettingsFile &settings_;
+  const DefinitionsFile &definitions_;
+  const HostIdentity &host_;
+  Findings &findings_;
+  const QString text_;
+};
+
+}  // namespace
+
+QByteArray LineFor(const SettingsFile &settings, const HostIdentity &host,
+                   const EventRecord &record, const EventDefinition &definition) {
+  MessageFormatter formatter;
+  formatter.SetTemplate(settings.InForce().formatString());
+  LineContext context{settings.InForce().facility(), host, {}};
+  const QString line = formatter.FormatEvent(record, definition, context);
+  return settings.InForce().protocol() == Protocol::kTcp ? TcpSyslogSender::Frame(line)
+                                                         : line.toUtf8();
+}
+
+void CheckTemplate(const SettingsFile &settings, const DefinitionsFile &definitions,
+                   const HostIdentity &host, Findings &findings) {
+  TemplateCheck(settings, definitions, host, findings).CheckAll();
+}
+
+}  // namespace ov

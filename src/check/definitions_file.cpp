@@ -1,0 +1,47 @@
+#include "check/definitions_file.h"
+
+#include <algorithm>
+
+#include "service/event_catalogue.h"
+
+namespace ov {
+
+bool DefinitionsLine::IsDefinition() const { return columns.size() >= kDefinitionColumns; }
+
+DefinitionsFile::DefinitionsFile(const QString &path) : path_(path) {
+  isReadable_ = ReadDefinitionLines(path, [this](const QString &text) {
+    lines_.append({lines_.size() + 1, text, DefinitionColumns(text)});
+  });
+  for (int index = 0; index < lines_.size(); ++index) {
+    const DefinitionsLine &line = lines_[index];
+    if (line.IsDefinition()) {
+      if (!lineOfId_.contains(line.Id())) {
+        ids_.append(line.Id());
+      }
+      lineOfId_.insert(line.Id(), index);
+    }
+  }
+}
+
+const DefinitionsLine *DefinitionsFile::LineOf(const QString &id) const {
+  const auto found = lineOfId_.constFind(id);
+  return found == lineOfId_.cend() ? nullptr : &lines_.at(*found);
+}
+
+Place DefinitionsFile::PlaceOf(const DefinitionsLine &line, const QString &text) const {
+  const int found = text.isEmpty() ? 0 : line.text.indexOf(text);
+  return {path_, line.number, line.text.left(std::max(found, 0)).toUtf8().size() + 1,
+          line.text.toUtf8()};
+}
+
+EventDefinition DefinitionFrom(const DefinitionsLine &line) {
+  EventDefinition definition;
+  definition.id = line.columns[0];
+  definition.label = line.columns[1];
+  definition.description = line.columns[2];
+  definition.severityName = line.columns[3];
+  definition.severity = FindSeverity(line.columns[3].toStdString());
+  return definition;
+}
+
+}  // namespace ov

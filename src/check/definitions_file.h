@@ -1,0 +1,49 @@
+// The lines of a definitions file, and what the service makes of each.
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include "check/finding.h"
+#include "event/event_definition.h"
+
+namespace ov {
+
+struct DefinitionsLine {
+  int number;  ///< from 1
+  QString text;
+  QStringList columns;  ///< none for a comment
+
+  bool IsDefinition() const;
+  const QString &Id() const { return columns[0]; }
+  const QString &SeverityName() const { return columns[3]; }
+};
+
+class DefinitionsFile {
+ public:
+  explicit DefinitionsFile(const QString &path);
+
+  const QString &Path() const { return path_; }
+  bool IsReadable() const { return isReadable_; }
+  const QList<DefinitionsLine> &Lines() const { return lines_; }
+  const QStringList &Ids() const { return ids_; }
+
+  /// The line that defines the event, or null.
+  const DefinitionsLine *LineOf(const QString &id) const;
+  Place PlaceOf(const DefinitionsLine &line, const QString &text = {}) const;
+
+ private:
+  QString path_;
+  bool isReadable_;
+  QList<DefinitionsLine> lines_;
+  QStringList ids_;               // in the order of their first lines
+  QHash<QString, int> lineOfId_;  // the index of an identifier's last line
+};
+
+/// What a line defines. Prints nothing, unlike the constructor.
+EventDefinition DefinitionFrom(const DefinitionsLine &line);
+
+}  // namespace ov

@@ -1,0 +1,119 @@
+#include "check/event_answer.h"
+
+#include "check/check_template.h"
+#include "output/message_formatter.h"
+
+namespace ov {
+namespace {
+
+// Names of the facilities 0 to 23, as syslog.h and RFC 5424, section 6.2.1, have them.
+constexpr const char *kFacilities[] = {
+    "kern",   "user",   "mail",     "daemon", "auth",   "syslog", "lpr",    "news",
+    "uucp",   "cron",   "authpriv", "ftp",    "ntp",    "audit",  "alert",  "clock",
+    "local0", "local1", "local2",   "local3", "local4", "local5", "local6", "local7"};
+
+QString Text(std::string_view bytes) {
+  return QString::fromUtf8(bytes.data(), static_cast<int>(bytes.size()));
+}
+
+// What a collector takes the priority for: three bits of severity below the facility.
+QString PriorityName(std::int32_t priority) {
+  constexpr std::int32_t kSeverities = 8;
+  const std::int32_t facility = priority / kSeverities;
+  if (priority < 0 || facility >= static_cast<std::int32_t>(std::size(kFacilities))) {
+    return QStringLiteral("no priority that a collector knows");
+  }
+  const std::string_view severity =
+      kSeverityNames[static_cast<std::size_t>(priority % kSeverities)];
+  return QStringLiteral("%1.%2").arg(QLatin1String(kFacilities[facility]), Text(severity));
+}
+
+QString PlaceText(const Place &place) {
+  return place.line > 0 ? QStringLiteral("%1:%2").arg(place.file, QString::number(place.line))
+                        : place.file;
+}
+
+QByteArray Row(const char *name, const QString &text) {
+  return QByteArray(name).leftJustified(12) + text.toUtf8() + '\n';
+}
+
+}  // namespace
+
+EventAnswer AnswerFor(const QByteArray &id, const QByteArray &values, const SettingsFile &settings,
+                      const DefinitionsFile &definitions, const HostIdentity &host) {
+  EventAnswer answer{};
+  answer.record = MakeEventRecord(id.constData(), values.constData());
+  const std::string_view idText = EventIdText(answer.record);
+  const std::string_view valuesText = EventValuesText(answer.record);
+  // The service looks identifiers up byte by byte.
+  answer.id = QString::fromLatin1(idText.data(), static_cast<int>(idText.size()));
+  answer.values = Text(valuesText);
+  answer.isCut = static_cast<int>(idText.size()) < id.size() ||
+                 static_cast<int>(valuesText.size()) < values.size();
+  answer.definition = definitions.LineOf(answer.id);
+  answer.definitionsPath = definitions.Path();
+  answer.isAllowed = settings.InForce().isAllowed(idText);
+  answer.allowedPlace = settings.PlaceOfKey(QStringLiteral("allowed"));
+  answer.protocol = settings.InForce().protocol();
+  answer.facility = settings.InForce().facility();
+  if (answer.IsForwarded()) {
+    const EventDefinition definition = DefinitionFrom(*answer.definition);
+    answer.severity = definition.severity;
+    answer.priority = FormatPriority(answer.facility, answer.severity).toInt();
+    answer.line = LineFor(settings, host, answer.record, definition);
+  }
+  return answer;
+}
+
+QByteArray AsText(const EventAnswer &answer) {
+  QByteArray text = Row(
+      "record", QStringLiteral("identifier %1, values %2%3")
+                    .arg(Quoted(answer.id), Quoted(answer.values),
+                         answer.isCut ? QStringLiteral(", cut to the 7 and 127 bytes of a record")
+                                      : QString()));
+  text += Row("definition",
+              answer.definition == nullptr
+                  ? QStringLiteral("none in ") + answer.definitionsPath
+                  : QStringLiteral("%1:%2: %3")
+                        .arg(answer.definitionsPath, QString::number(answer.definition->number),
+                             answer.definition->text));
+  text += Row("allowed", QStringLiteral("%1, %2").arg(
+                             answer.isAllowed ? QStringLiteral("yes") : QStringLiteral("no"),
+                             PlaceText(answer.allowedPlace)));
+  if (answer.IsForwarded()) {
+    text += Row("priority", QStringLiteral("%1: %2").arg(QString::number(answer.priority),
+                                                         PriorityName(answer.priority)));
+    const bool isTcp = answer.protocol == Protocol::kTcp;
+    text += Row("length", QStringLiteral("%1 bytes over %2")
+                              .arg(QString::number(answer.line.size()),
+                                   isTcp ? QStringLiteral("TCP, the line feed included")
+                                         : QStringLiteral("UDP")));
+    text += QByteArray("line").leftJustified(12) + answer.line + (isTcp ? "" : "\n");
+  }
+  return text;
+}
+
+QJsonObject AsJson(const EventAnswer &answer) {
+  QJsonObject object{{QStringLiteral("id"), answer.id},
+                     {QStringLiteral("values"), answer.values},
+                     {QStringLiteral("cut"), answer.isCut},
+                     {QStringLiteral("defined"), answer.definition != nullptr},
+                     {QStringLiteral("allowed"), answer.isAllowed},
+                     {QStringLiteral("forwarded"), answer.IsForwarded()}};
+  if (answer.definition != nullptr) {
+    object.insert(QStringLiteral("definitionLine"), answer.definition->number);
+  }
+  if (answer.allowedPlace.line > 0) {
+    object.insert(QStringLiteral("allowedLine"), answer.allowedPlace.line);
+  }
+  if (answer.IsForwarded()) {
+    object.insert(QStringLiteral("line"), QString::fromUtf8(answer.line));
+    object.insert(QStringLiteral("length"), answer.line.size());
+    object.insert(QStringLiteral("priority"), answer.priority);
+    object.insert(QStringLiteral("facility"), answer.facility);
+    object.insert(QStringLiteral("severity"), answer.severity);
+  }
+  return object;
+}
+
+}  // namespace ov

@@ -1,0 +1,183 @@
+#include "check/finding.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <numeric>
+#include <vector>
+
+namespace ov {
+
+namespace {
+
+// The letters to insert, to delete or to replace (Levenshtein distance).
+int Distance(const QString &from, const QString &to) {
+  std::vector<int> row(static_cast<std::size_t>(to.size()) + 1);
+  std::iota(row.begin(), row.end(), 0);
+  for (int i = 1; i <= from.size(); ++i) {
+    int diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j < row.size(); ++j) {
+      const int replaced = diagonal + (from[i - 1] == to[static_cast<int>(j) - 1] ? 0 : 1);
+      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, replaced}));
+    }
+  }
+  return row.back();
+}
+
+}  // namespace
+
+const std::array<Cause, 59> kCauses = {{
+    // The settings.
+    {"no-settings", Level::kError},
+    {"unreadable-settings", Level::kError},
+    {"list-value", Level::kError},
+    {"cut-at-semicolon", Level::kError},
+    {"changed-by-escape", Level::kError},
+    {"special-value", Level::kError},
+    {"not-latin1", Level::kError},
+    {"byte-order-mark", Level::kError},
+    {"key-in-section", Level::kError},
+    {"unknown-key", Level::kWarning},
+    {"hash-comment", Level::kWarning},
+    {"repeated-key", Level::kWarning},
+    {"not-a-number", Level::kError},
+    {"out-of-range", Level::kError},
+    {"unknown-protocol", Level::kError},
+    {"no-host", Level::kError},
+    {"host-not-ipv4", Level::kError},
+    {"nothing-allowed", Level::kError},
+    {"allowed-separator", Level::kError},
+    {"allowed-not-defined", Level::kError},
+    {"allowed-case", Level::kError},
+    {"monitor-without-event", Level::kWarning},
+    {"event-without-monitor", Level::kNote},
+    // The template.
+    {"unknown-token", Level::kWarning},
+    {"no-priority", Level::kWarning},
+    {"no-header", Level::kNote},
+    {"starts-with-digit", Level::kError},
+    {"line-break", Level::kError},
+    {"line-too-long", Level::kWarning},
+    {"no-event-id", Level::kWarning},
+    // The definitions.
+    {"no-definitions", Level::kError},
+    {"unreadable-definitions", Level::kError},
+    {"fallback-unused", Level::kNote},
+    {"too-few-columns", Level::kError},
+    {"too-many-columns", Level::kWarning},
+    {"unknown-severity", Level::kError},
+    {"bad-id", Level::kError},
+    {"repeated-id", Level::kWarning},
+    {"indented-comment", Level::kError},
+    {"header-row", Level::kWarning},
+    // This machine.
+    {"settings-not-readable-by-service", Level::kError},
+    {"not-running", Level::kError},
+    {"stale-socket", Level::kError},
+    {"socket-denied", Level::kError},
+    {"old-definitions", Level::kWarning},
+    {"no-address", Level::kError},
+    {"loopback-only", Level::kWarning},
+    {"unresolved-host", Level::kError},
+    {"collector-refuses", Level::kError},
+    {"no-script", Level::kError},
+    {"script-not-executable", Level::kError},
+    {"script-slow", Level::kError},
+    {"script-unusable", Level::kError},
+    {"reading-too-long", Level::kError},
+    {"no-pgrep", Level::kError},
+    {"status-file", Level::kNote},
+    {"month-names", Level::kWarning},
+    {"time-zone", Level::kNote},
+    {"few-descriptors", Level::kWarning},
+}};
+
+const Cause *FindCause(const QString &name) {
+  const auto *const found =
+      std::find_if(kCauses.begin(), kCauses.end(),
+                   [&name](const Cause &cause) { return name == QLatin1String(cause.name); });
+  return found == kCauses.end() ? nullptr : found;
+}
+
+void Findings::Add(const char *cause, const Place &place, const QString &sentence,
+                   const QStringList &events) {
+  const Cause *const known = FindCause(QLatin1String(cause));
+  if (known == nullptr) {
+    std::abort();
+  }
+  findings_.append({place, known, known->level, sentence, events});
+}
+
+void Findings::AddUnseen(const char *cause, const QString &sentence) {
+  Add(cause, {}, sentence);
+  findings_.last().level = Level::kNote;
+}
+
+QList<Finding> Findings::Sorted() const {
+  QStringList files;
+  for (const Finding &finding : findings_) {
+    if (!finding.place.file.isEmpty() && !files.contains(finding.place.file)) {
+      files.append(finding.place.file);
+    }
+  }
+  files.append(QString());
+  QList<Finding> sorted = findings_;
+  std::stable_sort(sorted.begin(), sorted.end(),
+                   [&files](const Finding &one, const Finding &other) {
+                     const auto key = [&files](const Place &place) {
+                       return std::tuple(files.indexOf(place.file), place.line, place.column);
+                     };
+                     return key(one.place) < key(other.place);
+                   });
+  return sorted;
+}
+
+int Findings::Count(Level level) const {
+  return static_cast<int>(
+      std::count_if(findings_.begin(), findings_.end(),
+                    [level](const Finding &finding) { return finding.level == level; }));
+}
+
+Findings Findings::About(const QString &event) const {
+  Findings about;
+  std::copy_if(findings_.begin(), findings_.end(), std::back_inserter(about.findings_),
+               [&event](const Finding &finding) {
+                 return finding.events.isEmpty() || finding.events.contains(event);
+               });
+  return about;
+}
+
+QString ClosestTo(const QString &word, const QStringList &candidates) {
+  constexpr int kLikeness = 3;  // letters that a beginning must have
+  const QString lower = word.toLower();
+  QString closest;
+  int least = kLikeness;
+  for (const QString &candidate : candidates) {
+    const QString other = candidate.toLower();
+    const bool beginsLike = std::min(lower.size(), other.size()) >= kLikeness &&
+                            (lower.startsWith(other) || other.startsWith(lower));
+    const int distance = beginsLike ? 0 : Distance(lower, other);
+    if (distance < least && distance < lower.size()) {
+      closest = candidate;
+      least = distance;
+    }
+  }
+  return closest;
+}
+
+QString Quoted(const QString &text) {
+  QString quoted = QStringLiteral("\"");
+  for (const QChar character : text) {
+    if (character == QLatin1Char('\n')) {
+      quoted += QLatin1String("\\n");
+    } else if (character == QLatin1Char('\t')) {
+      quoted += QLatin1String("\\t");
+    } else if (character.category() == QChar::Other_Control) {
+      quoted += QStringLiteral("\\x%1").arg(character.unicode(), 2, 16, QLatin1Char('0'));
+    } else {
+      quoted += character;
+    }
+  }
+  return quoted + QLatin1Char('"');
+}
+
+}  // namespace ov

@@ -96,8 +96,8 @@ class Answer {
         service_(question.isOffline ? std::nullopt : FindService()),
         settings_(question.settingsPath),
         definitions_(question.definitionsPath) {
-    if (!question.isOffline) {
-      AdoptEnvironment(service_);
+    if (service_) {
+      AdoptEnvironment(*service_);
     }
   }
 
@@ -153,6 +153,9 @@ class Answer {
   }
 
   void PrintScript() {
+    if (service_) {
+      BecomeUserOf(*service_);
+    }
     const ScriptAnswer answer =
         TryScript(QString::fromUtf8(question_.words[1]), settings_.InForce(), findings_);
     text_ = AsText(answer);

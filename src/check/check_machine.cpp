@@ -33,7 +33,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kCollectorPatience{200};
 constexpr std::chrono::hours kEnoughTime{7 * 24};
-constexpr std::chrono::seconds kStartTolerance{2};  // the kernel rounds the time of the boot
+constexpr milliseconds kStartTolerance{100};  // the kernel counts both times in ticks
 
 // The error of a connection to the collector, 0 if it accepts, or nothing if it does not answer.
 std::optional<int> TryConnection(const sockaddr_in &collector) {
@@ -54,12 +54,19 @@ std::optional<int> TryConnection(const sockaddr_in &collector) {
   return error;
 }
 
-// Whether a user who is not root may read the file, by its mode alone.
-bool MayRead(const struct stat &file, const ServiceProcess &service) {
-  const mode_t wanted = file.st_uid == service.user    ? S_IRUSR
-                        : file.st_gid == service.group ? S_IRGRP
-                                                       : S_IROTH;
-  return service.user == 0 || (file.st_mode & wanted) != 0;
+// When the file, or the link that leads to it, was last changed. Unlike the time of modification,
+// this one sees a file that was put in place by a rename.
+std::chrono::nanoseconds ChangeTime(const char *path) {
+  const auto time = [](const struct stat &status) {
+    return std::chrono::seconds(status.st_ctim.tv_sec) +
+           std::chrono::nanoseconds(status.st_ctim.tv_nsec);
+  };
+  struct stat file {};
+  struct stat link {};
+  if (stat(path, &file) != 0 || lstat(path, &link) != 0) {
+    return {};
+  }
+  return std::max(time(file), time(link));
 }
 
 class MachineCheck {
@@ -77,6 +84,7 @@ class MachineCheck {
   void CheckAll() {
     CheckService();
     CheckSocket();
+    BecomeUser();
     CheckAddress();
     CheckCollector();
     CheckDates();
@@ -103,16 +111,8 @@ class MachineCheck {
       }
       return;
     }
-    struct stat status {};
-    if (stat(file_.Path().toUtf8().constData(), &status) == 0 && !MayRead(status, *service_)) {
-      Add("settings-not-readable-by-service",
-          QStringLiteral(
-              "the service runs as user %1, who may not read %2: it keeps the values from "
-              "before. Give the file mode 0644")
-              .arg(QString::number(service_->user), file_.Path()));
-    }
-    if (stat(definitions_.Path().toUtf8().constData(), &status) == 0 &&
-        status.st_mtime > service_->startTime + kStartTolerance.count()) {
+    if (ChangeTime(definitions_.Path().toUtf8().constData()) >
+        service_->startTime + kStartTolerance) {
       Add("old-definitions",
           QStringLiteral(
               "%1 has changed since the service started, and the service reads it at its "
@@ -120,6 +120,27 @@ class MachineCheck {
               .arg(definitions_.Path()));
     }
     CheckDescriptors();
+  }
+
+  void BecomeUser() {
+    if (!service_) {
+      return;
+    }
+    const QByteArray path = file_.Path().toUtf8();
+    if (!BecomeUserOf(*service_)) {
+      findings_.AddUnseen(
+          "settings-not-readable-by-service",
+          QStringLiteral(
+              "the service runs as user %1, whose rights this user does not have: whether "
+              "it may read %2 remains unknown, and scripts run as this user")
+              .arg(QString::number(service_->user), file_.Path()));
+    } else if (file_.Exists() && access(path.constData(), R_OK) != 0) {
+      Add("settings-not-readable-by-service",
+          QStringLiteral(
+              "the service runs as user %1, who may not read %2: it keeps the values from "
+              "before. Give the file mode 0644")
+              .arg(QString::number(service_->user), file_.Path()));
+    }
   }
 
   void CheckDescriptors() {
@@ -282,20 +303,6 @@ class MachineCheck {
 };
 
 }  // namespace
-
-void AdoptEnvironment(const std::optional<ServiceProcess> &service) {
-  if (!service || !service->environment) {
-    return;
-  }
-  for (const char *name : {"LC_ALL", "LC_TIME", "LANG", "TZ", "PATH"}) {
-    qunsetenv(name);
-    for (const QByteArray &variable : *service->environment) {
-      if (variable.startsWith(QByteArray(name) + '=')) {
-        qputenv(name, variable.mid(variable.indexOf('=') + 1));
-      }
-    }
-  }
-}
 
 void CheckMachine(const SettingsFile &settings, const DefinitionsFile &definitions,
                   const std::optional<ServiceProcess> &service, const QString &event,

@@ -12,12 +12,8 @@
 
 namespace ov {
 
-/// Takes over what the service's environment says about language, time zone and path, as far as
-/// this user may see it: dates and programs are then those of the service. Call it before Qt has
-/// used its locale.
-void AdoptEnvironment(const std::optional<ServiceProcess> &service);
-
-/// Looks only at what touches `event`, unless that is empty.
+/// Looks only at what touches `event`, unless that is empty. The process may have the rights of the
+/// service's user afterwards.
 void CheckMachine(const SettingsFile &settings, const DefinitionsFile &definitions,
                   const std::optional<ServiceProcess> &service, const QString &event,
                   Findings &findings);

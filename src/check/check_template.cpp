@@ -3,8 +3,7 @@
 #include <QRegularExpression>
 #include <string>
 
-#include "output/message_formatter.h"
-#include "output/tcp_syslog_sender.h"
+#include "check/line_maker.h"
 
 namespace ov {
 namespace {
@@ -103,12 +102,13 @@ class TemplateCheck {
 
   void CheckLengths() {
     const std::string values(kEventValuesSize - 1, 'v');
+    LineMaker maker(settings_.InForce(), host_);
     for (const DefinitionsLine &line : definitions_.Lines()) {
       if (!line.IsDefinition() || definitions_.LineOf(line.Id()) != &line) {
         continue;
       }
       const EventRecord record = MakeEventRecord(line.Id().toLatin1().constData(), values.c_str());
-      const int length = LineFor(settings_, host_, record, DefinitionFrom(line)).size();
+      const int length = maker.LineFor(record, DefinitionFrom(line)).size();
       if (length > kUsualLimit) {
         findings_.Add(
             "line-too-long", definitions_.PlaceOf(line, line.columns[2]),
@@ -131,16 +131,6 @@ class TemplateCheck {
 };
 
 }  // namespace
-
-QByteArray LineFor(const SettingsFile &settings, const HostIdentity &host,
-                   const EventRecord &record, const EventDefinition &definition) {
-  MessageFormatter formatter;
-  formatter.SetTemplate(settings.InForce().formatString());
-  LineContext context{settings.InForce().facility(), host, {}};
-  const QString line = formatter.FormatEvent(record, definition, context);
-  return settings.InForce().protocol() == Protocol::kTcp ? TcpSyslogSender::Frame(line)
-                                                         : line.toUtf8();
-}
 
 void CheckTemplate(const SettingsFile &settings, const DefinitionsFile &definitions,
                    const HostIdentity &host, Findings &findings) {

@@ -1,6 +1,6 @@
 #include "check/event_answer.h"
 
-#include "check/check_template.h"
+#include "check/line_maker.h"
 #include "output/message_formatter.h"
 
 namespace ov {
@@ -60,7 +60,7 @@ EventAnswer AnswerFor(const QByteArray &id, const QByteArray &values, const Sett
     const EventDefinition definition = DefinitionFrom(*answer.definition);
     answer.severity = definition.severity;
     answer.priority = FormatPriority(answer.facility, answer.severity).toInt();
-    answer.line = LineFor(settings, host, answer.record, definition);
+    answer.line = LineMaker(settings.InForce(), host).LineFor(answer.record, definition);
   }
   return answer;
 }

@@ -1,12 +1,13 @@
 #include "check/service_process.h"
 
-#include <sys/stat.h>
+#include <grp.h>
 #include <unistd.h>
 
 #include <QDir>
 #include <QFile>
 #include <QList>
 #include <cstring>
+#include <ctime>
 
 #include "event/service_socket.h"
 
@@ -30,14 +31,20 @@ QList<QByteArray> Fields(const QByteArray &text, const char *name) {
   return {};
 }
 
-std::int64_t StartTime(const QString &folder) {
+std::chrono::nanoseconds Now(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
+
+std::chrono::nanoseconds StartTime(const QString &folder) {
   // Field 22 of proc(5), counted in clock ticks since the machine started; the name of the program
   // in parentheses, which may hold blanks, is field 2.
   const QByteArray stat = ReadFile(folder + QLatin1String("/stat"));
   const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-  const std::int64_t bootTime =
-      Fields(ReadFile(QStringLiteral("/proc/stat")), "btime ").value(0).toLongLong();
-  return bootTime + fields.value(19).toLongLong() / sysconf(_SC_CLK_TCK);
+  const std::chrono::nanoseconds tick =
+      std::chrono::nanoseconds(std::chrono::seconds(1)) / sysconf(_SC_CLK_TCK);
+  return Now(CLOCK_REALTIME) - Now(CLOCK_BOOTTIME) + fields.value(19).toLongLong() * tick;
 }
 
 bool IsService(const QString &folder) {
@@ -52,6 +59,11 @@ ServiceProcess Read(pid_t id, const QString &folder) {
   const QByteArray status = ReadFile(folder + QLatin1String("/status"));
   service.user = Fields(status, "Uid:").value(1).toUInt();  // the effective one
   service.group = Fields(status, "Gid:").value(1).toUInt();
+  for (const QByteArray &group : Fields(status, "Groups:")) {
+    if (!group.isEmpty()) {
+      service.groups.push_back(group.toUInt());
+    }
+  }
   service.startTime = StartTime(folder);
   bool isNumber = false;
   const std::int64_t limit = Fields(ReadFile(folder + QLatin1String("/limits")), "Max open files")
@@ -79,6 +91,27 @@ std::optional<ServiceProcess> FindService() {
     }
   }
   return std::nullopt;
+}
+
+void AdoptEnvironment(const ServiceProcess &service) {
+  if (!service.environment) {
+    return;
+  }
+  for (const char *name : {"LC_ALL", "LC_TIME", "LANG", "TZ", "PATH"}) {
+    qunsetenv(name);
+    for (const QByteArray &variable : *service.environment) {
+      if (variable.startsWith(QByteArray(name) + '=')) {
+        qputenv(name, variable.mid(variable.indexOf('=') + 1));
+      }
+    }
+  }
+}
+
+bool BecomeUserOf(const ServiceProcess &service) {
+  return geteuid() == service.user ||
+         (geteuid() == 0 && setgroups(service.groups.size(), service.groups.data()) == 0 &&
+          setresgid(service.group, service.group, service.group) == 0 &&
+          setresuid(service.user, service.user, service.user) == 0);
 }
 
 bool HasListener() {

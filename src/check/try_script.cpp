@@ -1,10 +1,10 @@
 #include "check/try_script.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <cmath>
 
@@ -94,9 +94,7 @@ class Trial {
                                       "switch the monitor off"));
       return false;
     }
-    struct stat status {};
-    if (stat(answer_.path.toUtf8().constData(), &status) == 0 &&
-        (!S_ISREG(status.st_mode) || (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) == 0)) {
+    if (!QFileInfo(answer_.path).isFile() || access(PathOf(name_), X_OK) != 0) {
       Add("script-not-executable",
           QStringLiteral("is not executable: its monitor sees nothing. Give it mode 0755"));
       return false;

@@ -11,7 +11,7 @@ import pytest
 
 from support.answers import PAGES, Check
 from support.collectors import TcpCollector, UdpCollector
-from support.polling import assert_within, wait_until
+from support.polling import wait_until
 from support.sandbox import DEFINITIONS, REPOSITORY, ROW, SETTINGS, UDP, Sandbox
 
 
@@ -117,11 +117,14 @@ def test_examples_lack_a_host_and_allowed_events_alone(sandbox, check):
         "nothing-allowed", "no-host"]
 
 
-def test_answer_takes_less_than_a_third_of_a_second(sandbox, check):
+def test_answer_takes_less_than_three_tenths_of_a_second(sandbox, check):
     sandbox.write_definitions(*(f"e{number:05},label,text,info" for number in range(10_000)))
     sandbox.write_settings(**{**UDP, "allowed": "e00001"})
     sandbox.start_listening_service()
-    assert_within(0.3, lambda: check.run("event", "e00001"))
+    # Processor time, since other tests run at the same time; nothing here waits.
+    process = sandbox.run("bash", "-c", 'TIMEFORMAT="%U %S"; time "$0" event e00001',
+                          check.program)
+    assert sum(float(seconds) for seconds in process.error_lines[-1].split()) < 0.3
 
 
 # An event

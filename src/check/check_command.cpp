@@ -1,37 +1,20 @@
 #include "check/check_command.h"
 
 #include <getopt.h>
-#include <unistd.h>
 
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QtGlobal>
 #include <cstdio>
-#include <optional>
 
 #include "base/names_codec.h"
-#include "check/check_definitions.h"
-#include "check/check_machine.h"
-#include "check/check_settings.h"
-#include "check/check_template.h"
-#include "check/definitions_file.h"
-#include "check/event_answer.h"
+#include "check/answer.h"
+#include "check/built_in_monitors.h"
 #include "check/finding.h"
-#include "check/report.h"
-#include "check/settings_answer.h"
-#include "check/settings_file.h"
-#include "check/try_script.h"
-#include "output/host_identity.h"
+#include "config/settings.h"
 #include "service/event_catalogue.h"
 
 namespace ov {
 namespace {
-
-constexpr int kNoComplaint = 0;
-constexpr int kComplaint = 1;
-constexpr int kWrongUsage = 2;
 
 constexpr char kUsage[] =
     "Usage: ov-event-check [OPTION]...                    check everything\n"
@@ -51,17 +34,8 @@ constexpr char kUsage[] =
     "  --help              print this help\n"
     "  --version           print the version\n"
     "\n"
-    "Status: 0 without an error or a warning, 1 with some, 2 for a wrong usage or a file that "
-    "cannot\n"
-    "be read.\n";
-
-struct Question {
-  QString settingsPath = QLatin1String(kSettingsPath);
-  QString definitionsPath;
-  bool isOffline = false;
-  bool wantsJson = false;
-  QList<QByteArray> words;
-};
+    "Status: 0 without an error or a warning, 1 with some, 2 for a wrong usage or a named\n"
+    "file that cannot be read.\n";
 
 int FailWithUsage(const QByteArray &complaint) {
   std::fprintf(stderr, "ov-event-check: %s\nTry 'ov-event-check --help'.\n", complaint.constData());
@@ -89,106 +63,19 @@ int Explain(const QString &name) {
   return kNoComplaint;
 }
 
-class Answer {
- public:
-  explicit Answer(const Question &question)
-      : question_(question),
-        service_(question.isOffline ? std::nullopt : FindService()),
-        settings_(question.settingsPath),
-        definitions_(question.definitionsPath) {
-    if (service_) {
-      AdoptEnvironment(*service_);
-    }
-  }
-
-  int Print() {
-    const QByteArray command = question_.words.value(0);
-    if (command.isEmpty()) {
-      CheckFiles();
-      CheckThisMachine({});
-    } else if (command == "event") {
-      PrintEvent();
-    } else if (command == "settings") {
-      const SettingsAnswer answer = AnswerFor(settings_);
-      text_ = AsText(answer);
-      document_ = AsJson(answer);
-      return Finish(kNoComplaint);
-    } else {
-      PrintScript();
-    }
-    AddFindings(findings_, document_);
-    text_ += FindingsAsText(findings_, isatty(STDOUT_FILENO) != 0);
-    return Finish(findings_.HasComplaint() || isLost_ ? kComplaint : kNoComplaint);
-  }
-
- private:
-  HostIdentity Host() const {
-    // Stand-ins: an address for documentation (RFC 5737) and a usual name.
-    return question_.isOffline
-               ? HostIdentity{QStringLiteral("192.0.2.1"), QStringLiteral("tc-0042")}
-               : LookUpHostIdentity();
-  }
-
-  void CheckFiles() {
-    CheckSettings(settings_, definitions_, findings_);
-    CheckTemplate(settings_, definitions_, Host(), findings_);
-    CheckDefinitions(definitions_, findings_);
-  }
-
-  void CheckThisMachine(const QString &event) {
-    if (!question_.isOffline) {
-      CheckMachine(settings_, definitions_, service_, event, findings_);
-    }
-  }
-
-  void PrintEvent() {
-    const EventAnswer answer =
-        AnswerFor(question_.words[1], question_.words.value(2), settings_, definitions_, Host());
-    CheckFiles();
-    CheckThisMachine(answer.id);
-    findings_ = findings_.About(answer.id);
-    isLost_ = !answer.IsForwarded();
-    text_ = AsText(answer);
-    document_.insert(QStringLiteral("event"), AsJson(answer));
-  }
-
-  void PrintScript() {
-    if (service_) {
-      BecomeUserOf(*service_);
-    }
-    const ScriptAnswer answer =
-        TryScript(QString::fromUtf8(question_.words[1]), settings_.InForce(), findings_);
-    text_ = AsText(answer);
-    document_.insert(QStringLiteral("script"), AsJson(answer));
-  }
-
-  int Finish(int status) {
-    if (question_.wantsJson) {
-      text_ = QJsonDocument(document_).toJson();
-    }
-    std::fwrite(text_.constData(), 1, static_cast<std::size_t>(text_.size()), stdout);
-    return status;
-  }
-
-  const Question &question_;
-  const std::optional<ServiceProcess> service_;
-  const SettingsFile settings_;
-  const DefinitionsFile definitions_;
-  Findings findings_;
-  QByteArray text_;
-  QJsonObject document_;
-  bool isLost_ = false;
-};
-
 // What is wrong with the words behind the options, or nothing.
-QByteArray ComplaintAbout(const QList<QByteArray> &words) {
+QByteArray ComplaintAbout(const Question &question) {
+  const QList<QByteArray> &words = question.words;
   const QByteArray command = words.value(0);
   if (words.isEmpty() || (command == "settings" && words.size() == 1) ||
       (command == "event" && (words.size() == 2 || words.size() == 3))) {
     return {};
   }
+  if (command == "script" && question.isOffline) {
+    return "script runs on this machine, and --offline asks nothing of it";
+  }
   if (command == "script" && words.size() == 2) {
-    return ScriptNames().contains(QString::fromUtf8(words[1]))
+    return FindMonitorOfScript(QString::fromUtf8(words[1])) != nullptr
                ? QByteArray()
                : "there is no script \"" + words[1] + "\" of a monitor; there are " +
                      ScriptNames().join(QLatin1String(", ")).toUtf8();
@@ -228,6 +115,7 @@ int RunCheckCommand(int argc, char *argv[]) {
                                  {nullptr, 0, nullptr, 0}};
   const char *const found = FindDefinitionsFile();
   Question question;
+  question.settingsPath = QLatin1String(kSettingsPath);
   question.definitionsPath = QLatin1String(found == nullptr ? kSystemDefinitionsPath : found);
   QStringList named;
   int chosen = 0;
@@ -265,7 +153,7 @@ int RunCheckCommand(int argc, char *argv[]) {
   for (int i = optind; i < argc; ++i) {
     question.words.append(argv[i]);
   }
-  const QByteArray complaint = ComplaintAbout(question.words);
+  const QByteArray complaint = ComplaintAbout(question);
   if (!complaint.isEmpty()) {
     return FailWithUsage(complaint);
   }
@@ -274,7 +162,7 @@ int RunCheckCommand(int argc, char *argv[]) {
       return FailWithUsage("the file " + path.toUtf8() + " cannot be read");
     }
   }
-  return Answer(question).Print();
+  return PrintAnswer(question);
 }
 
 }  // namespace ov

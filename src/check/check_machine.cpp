@@ -17,6 +17,7 @@
 
 #include "base/socket_address.h"
 #include "base/unique_fd.h"
+#include "check/built_in_monitors.h"
 #include "check/try_script.h"
 #include "event/built_in_events.h"
 #include "event/service_socket.h"
@@ -262,11 +263,9 @@ class MachineCheck {
   }
 
   void CheckScripts() {
-    const QStringList names = ScriptNames();
-    const bool areOn[] = {settings_.perfMon(), settings_.usbDevMon(), settings_.vmwSigninMon()};
-    for (int i = 0; i < names.size(); ++i) {
-      if (areOn[i] && (event_.isEmpty() || EventsOfScript(names[i]).contains(event_))) {
-        TryScript(names[i], settings_, findings_);
+    for (const BuiltInMonitor &monitor : BuiltInMonitors()) {
+      if (!monitor.scriptPath.isEmpty() && (settings_.*monitor.isOn)() && Concerns(monitor)) {
+        TryScript(monitor, settings_, findings_);
       }
     }
     if (settings_.vmwSigninMon() &&
@@ -274,8 +273,12 @@ class MachineCheck {
       Add("no-pgrep",
           QStringLiteral("there is no pgrep: the sign-in monitor sees no client and raises "
                          "nothing. Install the package procps"),
-          EventsOfScript(names[2]));
+          {QLatin1String(kSigninSucceeded), QLatin1String(kSigninFailed)});
     }
+  }
+
+  bool Concerns(const BuiltInMonitor &monitor) const {
+    return event_.isEmpty() || monitor.events.contains(event_);
   }
 
   void CheckAgent() {

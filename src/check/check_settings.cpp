@@ -1,9 +1,10 @@
 #include "check/check_settings.h"
 
 #include <QRegularExpression>
-#include <QSet>
+#include <algorithm>
+#include <limits>
 
-#include "event/built_in_events.h"
+#include "check/check_allowed.h"
 
 namespace ov {
 
@@ -18,15 +19,6 @@ const QStringList kTextKeys = {QStringLiteral("formatString"), QStringLiteral("a
                                QStringLiteral("protocol"), QStringLiteral("host")};
 
 namespace {
-
-QString Name(const char *id) { return QLatin1String(id); }
-
-// What a monitor is switched on by, and what it can raise.
-struct MonitorEvents {
-  QString key;
-  bool isOn;
-  QStringList ids;
-};
 
 class SettingsCheck {
  public:
@@ -54,8 +46,7 @@ class SettingsCheck {
     CheckNumbers();
     CheckProtocol();
     CheckHost();
-    CheckAllowed();
-    CheckMonitors();
+    CheckAllowed(file_, definitions_, findings_);
   }
 
  private:
@@ -129,7 +120,7 @@ class SettingsCheck {
 
   void CheckValue(const QString &key, const SettingsLine &line) {
     const QByteArray value = line.Value();
-    const int comma = UnquotedComma(value);
+    const int comma = line.UnquotedComma();
     if (comma >= 0) {
       Add("list-value", PlaceInValue(line, comma),
           QStringLiteral("the service reads an empty text, since an unquoted comma makes a list: "
@@ -167,20 +158,6 @@ class SettingsCheck {
                          "goes out. Write each such character as \\x and its number, as in \\xfc")
               .arg(Quoted(file_.Entries().value(key))));
     }
-  }
-
-  static int UnquotedComma(const QByteArray &value) {
-    bool isQuoted = false;
-    for (int i = 0; i < value.size(); ++i) {
-      if (value[i] == '\\') {
-        ++i;
-      } else if (value[i] == '"') {
-        isQuoted = !isQuoted;
-      } else if (value[i] == ',' && !isQuoted) {
-        return i;
-      }
-    }
-    return -1;
   }
 
   // A comment behind a blank is meant as one, but for texts that may well hold a semicolon.
@@ -229,7 +206,7 @@ class SettingsCheck {
           Range{"vmwSigninMon", -kAny, kAny}, Range{"agentConnMon", -kAny, kAny},
           Range{"perfMon", -kAny, kAny}, Range{"cpuThreshold", 0, 99}, Range{"memThreshold", 0, 99},
           Range{"diskThreshold", 0, 99}}) {
-      CheckNumber(Name(range.key), range.least, range.most);
+      CheckNumber(QLatin1String(range.key), range.least, range.most);
     }
   }
 
@@ -287,106 +264,6 @@ class SettingsCheck {
               "%1 is neither an IPv4 address nor a name, and every line is lost. Write the "
               "address or the name alone, and the port as `port`")
               .arg(Quoted(host)));
-    }
-  }
-
-  void CheckAllowed() {
-    const QString key = QStringLiteral("allowed");
-    QSet<QString> allowed = file_.InForce().allowedEvents();
-    allowed.remove(QString());
-    const SettingsLine *const line = file_.LineOf(key);
-    if (line != nullptr && UnquotedComma(line->Value()) >= 0) {
-      return;  // that is said already
-    }
-    if (allowed.isEmpty()) {
-      Add("nothing-allowed", file_.PlaceOfKey(key),
-          QStringLiteral("`allowed` names no event, and the service forwards none. List the "
-                         "identifiers with blanks between them"));
-      return;
-    }
-    QStringList ids = allowed.values();
-    ids.sort();
-    for (const QString &id : qAsConst(ids)) {
-      CheckAllowedId(id, file_.PlaceInKey(key, id.toLatin1()));
-    }
-  }
-
-  void CheckAllowedId(const QString &id, const Place &place) {
-    static const QRegularExpression kSeparators(QStringLiteral("[,;\\s]+"));
-    const QStringList parts = id.split(kSeparators, Qt::SkipEmptyParts);
-    if (id.contains(kSeparators)) {
-      Add("allowed-separator", place,
-          QStringLiteral("the service takes %1 for one identifier. Separate identifiers by blanks")
-              .arg(Quoted(id)),
-          parts);
-    } else if (!definitions_.IsReadable() || definitions_.LineOf(id) != nullptr) {
-      return;
-    } else if (const QString meant = SameButForCase(id); !meant.isEmpty()) {
-      Add("allowed-case", place,
-          QStringLiteral("no event is defined as %1, but one as %2: capitals count. Write it as it "
-                         "is defined")
-              .arg(Quoted(id), Quoted(meant)),
-          {id, meant});
-    } else {
-      Add("allowed-not-defined", place,
-          QStringLiteral("%1 is not defined in %2: the service drops the event. Define it, or "
-                         "remove it here")
-              .arg(Quoted(id), definitions_.Path()),
-          {id});
-    }
-  }
-
-  QString SameButForCase(const QString &id) const {
-    for (const QString &defined : definitions_.Ids()) {
-      if (defined.compare(id, Qt::CaseInsensitive) == 0) {
-        return defined;
-      }
-    }
-    return {};
-  }
-
-  void CheckMonitors() {
-    const Settings &settings = file_.InForce();
-    for (const MonitorEvents &monitor :
-         {MonitorEvents{QStringLiteral("usbDevMon"),
-                        settings.usbDevMon(),
-                        {Name(kUsbDevicePresent), Name(kUsbDeviceAdded), Name(kUsbDeviceRemoved)}},
-          MonitorEvents{QStringLiteral("vmwSigninMon"),
-                        settings.vmwSigninMon(),
-                        {Name(kSigninSucceeded), Name(kSigninFailed)}},
-          MonitorEvents{QStringLiteral("agentConnMon"),
-                        settings.agentConnMon(),
-                        {Name(kAgentConnected), Name(kAgentFailed)}},
-          MonitorEvents{QStringLiteral("perfMon"),
-                        settings.perfMon(),
-                        {Name(kCpuThresholdReached), Name(kMemThresholdReached),
-                         Name(kDiskThresholdReached)}}}) {
-      CheckMonitor(monitor);
-    }
-  }
-
-  void CheckMonitor(const MonitorEvents &monitor) {
-    QStringList allowed;
-    for (const QString &id : monitor.ids) {
-      if (file_.InForce().allowedEvents().contains(id)) {
-        allowed.append(id);
-      }
-    }
-    if (monitor.isOn && allowed.isEmpty()) {
-      Add("monitor-without-event", file_.PlaceOfKey(monitor.key),
-          QStringLiteral("`%1` is on, but `allowed` names none of its events %2: the monitor costs "
-                         "time and raises nothing. Allow them, or switch it off")
-              .arg(monitor.key, monitor.ids.join(QLatin1Char(' '))),
-          monitor.ids);
-    }
-    if (!monitor.isOn) {
-      for (const QString &id : qAsConst(allowed)) {
-        Add("event-without-monitor", file_.PlaceInKey(QStringLiteral("allowed"), id.toLatin1()),
-            QStringLiteral("%1 is allowed, but `%2`, the monitor that raises it, is off: only "
-                           "`ov-event-logger -e` raises it then")
-                .arg(id, monitor.key),
-            {id});
-      }
     }
   }
 

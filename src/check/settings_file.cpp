@@ -3,6 +3,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <algorithm>
+#include <cctype>
 
 namespace ov {
 namespace {
@@ -103,6 +104,21 @@ int EqualsIn(const QByteArray &text) {
 
 }  // namespace
 
+int SettingsLine::UnquotedComma() const {
+  bool isQuoted = false;
+  const QByteArray value = Value();
+  for (int i = 0; i < value.size(); ++i) {
+    if (value[i] == '\\') {
+      ++i;
+    } else if (value[i] == '"') {
+      isQuoted = !isQuoted;
+    } else if (value[i] == ',' && !isQuoted) {
+      return i;
+    }
+  }
+  return -1;
+}
+
 QList<SettingsLine> CutSettings(const QByteArray &contents) {
   QList<SettingsLine> lines;
   QString section;
@@ -174,9 +190,17 @@ Place SettingsFile::PlaceOfKey(const QString &key) const {
 
 Place SettingsFile::PlaceInKey(const QString &key, const QByteArray &text) const {
   Place place = PlaceOfKey(key);
-  const int found = text.isEmpty() ? -1 : place.source.indexOf(text, std::max(place.column - 1, 0));
-  if (place.line > 0 && found >= 0) {
-    place.column = found + 1;
+  const auto isWordPart = [&place](int index) {
+    return index >= 0 && index < place.source.size() &&
+           (std::isalnum(static_cast<unsigned char>(place.source[index])) != 0);
+  };
+  int found = place.line > 0 && !text.isEmpty() ? place.column - 1 : -1;
+  while (found >= 0 && (found = place.source.indexOf(text, found)) >= 0) {
+    if (!isWordPart(found - 1) && !isWordPart(found + text.size())) {
+      place.column = found + 1;
+      return place;
+    }
+    ++found;
   }
   return place;
 }

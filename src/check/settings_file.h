@@ -25,6 +25,8 @@ struct SettingsLine {
   int valueColumn = 0;     ///< the column of valueStart
 
   QByteArray Value() const { return text.mid(valueStart); }
+  /// The offset in the value of the first comma outside double quotes, or -1.
+  int UnquotedComma() const;
   QString KeyWithSection() const {
     return section.isNull() ? key : section + QLatin1Char('/') + key;
   }
@@ -54,7 +56,7 @@ class SettingsFile {
   Place PlaceOf(const SettingsLine &line, int column = 0) const;
   /// The place of the key's value, or of the file if the key is missing.
   Place PlaceOfKey(const QString &key) const;
-  /// The place of a text in the key's value.
+  /// The place of a word in the key's value, or of the value if it is not written so.
   Place PlaceInKey(const QString &key, const QByteArray &text) const;
 
  private:

@@ -18,16 +18,6 @@
 namespace ov {
 namespace {
 
-constexpr char kPerf[] = "perf.sh";
-constexpr char kUsb[] = "usb-devices.sh";
-constexpr char kSignin[] = "vmw-signin-status.sh";
-
-const char *PathOf(const QString &name) {
-  return name == QLatin1String(kPerf)  ? kPerfScriptPath
-         : name == QLatin1String(kUsb) ? kUsbScriptPath
-                                       : kSigninScriptPath;
-}
-
 ScriptTrial Try(const QString &path, const QString &word) {
   ScriptTrial trial;
   trial.word = word;
@@ -64,18 +54,18 @@ QString EndText(const ScriptRun &run) {
 
 class Trial {
  public:
-  Trial(const QString &name, const Settings &settings, Findings &findings)
-      : name_(name), settings_(settings), findings_(findings) {
-    answer_.path = QLatin1String(PathOf(name));
+  Trial(const BuiltInMonitor &monitor, const Settings &settings, Findings &findings)
+      : monitor_(monitor), settings_(settings), findings_(findings) {
+    answer_.path = monitor.scriptPath;
   }
 
   ScriptAnswer Run() {
     if (!CanRun()) {
       return answer_;
     }
-    if (name_ == QLatin1String(kPerf)) {
+    if (answer_.path == QLatin1String(kPerfScriptPath)) {
       RunPerf();
-    } else if (name_ == QLatin1String(kUsb)) {
+    } else if (answer_.path == QLatin1String(kUsbScriptPath)) {
       RunUsb();
     } else {
       RunSignin();
@@ -85,7 +75,7 @@ class Trial {
 
  private:
   void Add(const char *cause, const QString &sentence) {
-    findings_.Add(cause, {}, answer_.path + QLatin1Char(' ') + sentence, EventsOfScript(name_));
+    findings_.Add(cause, {}, answer_.path + QLatin1Char(' ') + sentence, monitor_.events);
   }
 
   bool CanRun() {
@@ -94,7 +84,7 @@ class Trial {
                                       "switch the monitor off"));
       return false;
     }
-    if (!QFileInfo(answer_.path).isFile() || access(PathOf(name_), X_OK) != 0) {
+    if (!QFileInfo(answer_.path).isFile() || access(answer_.path.toUtf8().constData(), X_OK) != 0) {
       Add("script-not-executable",
           QStringLiteral("is not executable: its monitor sees nothing. Give it mode 0755"));
       return false;
@@ -239,7 +229,7 @@ class Trial {
     }
   }
 
-  const QString &name_;
+  const BuiltInMonitor &monitor_;
   const Settings &settings_;
   Findings &findings_;
   ScriptAnswer answer_;
@@ -247,27 +237,9 @@ class Trial {
 
 }  // namespace
 
-QStringList EventsOfScript(const QString &name) {
-  const auto names = [](std::initializer_list<const char *> ids) {
-    QStringList list;
-    for (const char *id : ids) {
-      list.append(QLatin1String(id));
-    }
-    return list;
-  };
-  return name == QLatin1String(kPerf)
-             ? names({kCpuThresholdReached, kMemThresholdReached, kDiskThresholdReached})
-         : name == QLatin1String(kUsb)
-             ? names({kUsbDevicePresent, kUsbDeviceAdded, kUsbDeviceRemoved})
-             : names({kSigninSucceeded, kSigninFailed});
-}
-
-QStringList ScriptNames() {
-  return {QLatin1String(kPerf), QLatin1String(kUsb), QLatin1String(kSignin)};
-}
-
-ScriptAnswer TryScript(const QString &name, const Settings &settings, Findings &findings) {
-  return Trial(name, settings, findings).Run();
+ScriptAnswer TryScript(const BuiltInMonitor &monitor, const Settings &settings,
+                       Findings &findings) {
+  return Trial(monitor, settings, findings).Run();
 }
 
 QByteArray AsText(const ScriptAnswer &answer) {

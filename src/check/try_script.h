@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <chrono>
 
+#include "check/built_in_monitors.h"
 #include "check/finding.h"
 #include "config/settings.h"
 #include "monitors/script_runner.h"
@@ -29,14 +30,8 @@ struct ScriptAnswer {
   QStringList events;  ///< "ID VALUES", as the monitor would raise them at its first poll
 };
 
-/// "perf.sh", "usb-devices.sh" and "vmw-signin-status.sh".
-QStringList ScriptNames();
-
-/// The identifiers that the monitor of the script can raise.
-QStringList EventsOfScript(const QString &name);
-
 /// Runs the script as its monitor would, and adds what is wrong with it to the findings.
-ScriptAnswer TryScript(const QString &name, const Settings &settings, Findings &findings);
+ScriptAnswer TryScript(const BuiltInMonitor &monitor, const Settings &settings, Findings &findings);
 
 QByteArray AsText(const ScriptAnswer &answer);
 QJsonObject AsJson(const ScriptAnswer &answer);

@@ -37,6 +37,7 @@ def check(sandbox):
     (["settings", "x"], "settings takes no argument"),
     (["script"], "script takes the name of a script"),
     (["script", "x.sh"], 'there is no script "x.sh" of a monitor; there are perf.sh, usb-'),
+    (["--offline", "script", "perf.sh"], "script runs on this machine, and --offline asks"),
     (["--settings", "/missing"], "the file /missing cannot be read"),
     (["--definitions", "/tmp"], "the file /tmp cannot be read"),
     (["--explain", "no-hosts"], 'there is no cause "no-hosts"; is it no-host?'),
@@ -72,6 +73,16 @@ def test_terminal_gets_colours_and_a_caret_under_the_place(sandbox, check):
     shown = os.read(reader, 4096).decode().replace("\r", "").split("\n")
     assert shown[0].startswith(f"\x1b[1m{SETTINGS}:1: \x1b[1;31merror: \x1b[0mthe service reads")
     assert shown[1:3] == ["    allowed=perf01,sys05", " " * 18 + "\x1b[1;31m^\x1b[0m"]
+    check.run("--offline", stdout=writer, env={"NO_COLOR": "1"})
+    assert "\x1b" not in os.read(reader, 4096).decode()
+
+
+def test_place_of_an_identifier_is_that_of_the_whole_word(sandbox, check):
+    sandbox.write_definitions(ROW.replace("perf01", "perf012"))
+    sandbox.write_settings(**{**UDP, "allowed": "perf012 perf01"})
+    [finding] = [finding for finding in check.json("--offline")["findings"]
+                 if finding["cause"] == "allowed-not-defined"]
+    assert (finding["line"], finding["column"]) == (1, len("allowed=perf012 ") + 1)
 
 
 def test_findings_come_by_file_and_line_and_those_of_the_machine_last(sandbox, check):

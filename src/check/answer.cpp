@@ -52,12 +52,16 @@ class Answer {
       const SettingsAnswer answer = AnswerFor(settings_);
       text_ = AsText(answer);
       document_ = AsJson(answer);
-      return Finish(kNoComplaint);
+      if (!settings_.IsReadable()) {
+        CheckSettings(settings_, definitions_, findings_);
+      }
     } else {
       PrintScript();
     }
     AddFindings(findings_, document_);
-    text_ += FindingsAsText(findings_, HasColours());
+    if (command != "settings" || findings_.HasComplaint()) {
+      text_ += FindingsAsText(findings_, HasColours());
+    }
     return Finish(findings_.HasComplaint() || isLost_ ? kComplaint : kNoComplaint);
   }
 
@@ -88,6 +92,12 @@ class Answer {
     CheckThisMachine(answer.id);
     findings_ = findings_.About(answer.id);
     isLost_ = !answer.IsForwarded();
+    if (answer.protocol == Protocol::kTcp && answer.values.contains(QLatin1Char('\n'))) {
+      findings_.Add("line-break", settings_.PlaceOfKey(QStringLiteral("protocol")),
+                    QStringLiteral("the values of this event hold a line feed: over TCP it becomes "
+                                   "several lines. Write the values without it"),
+                    {answer.id});
+    }
     text_ = AsText(answer);
     document_.insert(QStringLiteral("event"), AsJson(answer));
   }

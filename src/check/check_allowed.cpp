@@ -39,8 +39,11 @@ class AllowedCheck {
     const QStringList parts = id.split(kSeparators, Qt::SkipEmptyParts);
     if (id.contains(kSeparators)) {
       Add("allowed-separator", place,
-          QStringLiteral("the service takes %1 for one identifier. Separate identifiers by blanks")
-              .arg(Quoted(id)),
+          QStringLiteral(
+              "the service takes %1 for one identifier. Separate identifiers by blanks%2")
+              .arg(Quoted(id), id.contains(QLatin1Char('\n'))
+                                   ? QStringLiteral(", and close every double quote")
+                                   : QString()),
           parts);
     } else if (!definitions_.IsReadable() || definitions_.LineOf(id) != nullptr) {
       return;
@@ -52,9 +55,13 @@ class AllowedCheck {
           {id, meant});
     } else {
       Add("allowed-not-defined", place,
-          QStringLiteral("%1 is not defined in %2: the service drops the event. Define it, or "
-                         "remove it here")
-              .arg(Quoted(id), definitions_.Path()),
+          QStringLiteral(
+              "%1 is not defined in %2: the service drops the event, or, if a monitor "
+              "raises it, sends it without description and severity. Define it, or remove "
+              "it here%3")
+              .arg(Quoted(id), definitions_.Path(),
+                   id.startsWith(QLatin1Char('#')) ? QStringLiteral(": a comment begins with \";\"")
+                                                   : QString()),
           {id});
     }
   }

@@ -1,7 +1,7 @@
 #include "check/check_definitions.h"
 
 #include <QFile>
-#include <QFileInfo>
+#include <QRegularExpression>
 #include <algorithm>
 
 #include "event/event_record.h"
@@ -17,16 +17,17 @@ class DefinitionsCheck {
 
   void CheckAll() {
     const Place whole{file_.Path(), 0, 0, {}};
-    if (!QFile::exists(file_.Path())) {
+    if (!file_.Exists()) {
       findings_.Add("no-definitions", whole,
                     QStringLiteral("there is no such file: no event is defined, and the service "
                                    "drops every event. Install one"));
       return;
     }
-    if (!file_.IsReadable() || QFileInfo(file_.Path()).isDir()) {
-      findings_.Add("unreadable-definitions", whole,
-                    QStringLiteral("the file cannot be read: for a service that cannot read it "
-                                   "either no event is defined. Give it mode 0644"));
+    if (!file_.IsReadable()) {
+      findings_.Add(
+          "unreadable-definitions", whole,
+          QStringLiteral("this is no file that can be read: for a service that cannot read "
+                         "it either no event is defined. Write one with mode 0644"));
       return;
     }
     const QString fallback = QLatin1String(kFallbackDefinitionsPath);
@@ -45,15 +46,16 @@ class DefinitionsCheck {
     if (line.columns.isEmpty()) {
       return;
     }
-    if (line.text.trimmed().startsWith(QLatin1Char('#'))) {
-      Add("indented-comment", line, {},
+    static const QRegularExpression kMeantAsComment(QStringLiteral("^\\s*#|^\\s*;|^\\s*//"));
+    if (line.text.contains(kMeantAsComment)) {
+      Add("indented-comment", line, 0,
           QStringLiteral("a comment begins with \"#\" in the first column: the service takes this "
-                         "line for a definition. Remove the white space before it"));
+                         "line for a definition. Begin it so"));
       return;
     }
     if (!line.IsDefinition()) {
       if (!line.text.trimmed().isEmpty()) {
-        Add("too-few-columns", line, {},
+        Add("too-few-columns", line, 0,
             QStringLiteral("the line has %1 of 4 columns, and the service passes over it. Write "
                            "identifier, label, description and severity, with commas between them")
                 .arg(line.columns.size()));
@@ -61,7 +63,7 @@ class DefinitionsCheck {
       return;
     }
     if (IsHeader(line)) {
-      Add("header-row", line, {},
+      Add("header-row", line, 0,
           QStringLiteral("the service takes this line for the definition of an event %1. Put a "
                          "\"#\" before it")
               .arg(Quoted(line.Id())));
@@ -70,7 +72,7 @@ class DefinitionsCheck {
     CheckId(line);
     const DefinitionsLine *const last = file_.LineOf(line.Id());
     if (last != &line) {
-      Add("repeated-id", line, line.Id(),
+      Add("repeated-id", line, 0,
           QStringLiteral(
               "line %1 defines %2 once more, and the last line holds. Remove one of them")
               .arg(QString::number(last->number), Quoted(line.Id())));
@@ -78,19 +80,22 @@ class DefinitionsCheck {
     }
     CheckSeverity(line);
     if (line.columns.size() > kDefinitionColumns) {
-      Add("too-many-columns", line, line.columns[kDefinitionColumns],
+      Add("too-many-columns", line, kDefinitionColumns,
           QStringLiteral("the line has %1 columns, and the service takes the fourth, %2, for the "
                          "severity. Remove the comma from the text: quotes do not help")
               .arg(QString::number(line.columns.size()), Quoted(line.SeverityName())));
     }
   }
 
-  // Says by words of the usual kind that it names its columns.
+  // Whether it names its columns by words of the usual kind.
   static bool IsHeader(const DefinitionsLine &line) {
-    static const QStringList kWords = {QStringLiteral("severity"), QStringLiteral("level"),
-                                       QStringLiteral("severity name"),
-                                       QStringLiteral("severityname")};
-    return kWords.contains(line.SeverityName().toLower());
+    static const QRegularExpression kIdName(
+        QStringLiteral("^(event[ _-]?)?(id|identifier|code)$|^event$"),
+        QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression kSeverityName(QStringLiteral("^(severity|level|priority)"),
+                                                  QRegularExpression::CaseInsensitiveOption);
+    return FindSeverity(line.SeverityName().toStdString()) == kUnknownSeverity &&
+           (line.Id().contains(kIdName) || line.SeverityName().contains(kSeverityName));
   }
 
   void CheckId(const DefinitionsLine &line) {
@@ -100,20 +105,22 @@ class DefinitionsCheck {
     });
     constexpr int kMost = static_cast<int>(kEventIdSize) - 1;
     if (id.isEmpty()) {
-      Add("bad-id", line, {},
+      Add("bad-id", line, 0,
           QStringLiteral("the identifier is empty: `allowed` cannot name the event. Write one of 1 "
                          "to %1 letters and digits")
               .arg(kMost));
     } else if (!isAscii) {
-      Add("bad-id", line, id,
-          QStringLiteral("%1 holds a blank, a control character or one beyond ASCII: no record or "
-                         "`allowed` can name it as it stands. Use letters and digits")
+      Add("bad-id", line, 0,
+          QStringLiteral(
+              "%1 holds a blank, a control character or one beyond ASCII: `allowed` "
+              "separates at blanks, and a record names an event by bytes of Latin-1. Use "
+              "letters and digits")
               .arg(Quoted(id)));
     } else if (id.size() > kMost) {
-      Add("bad-id", line, id,
-          QStringLiteral(
-              "%1 is longer than %2 bytes: a record holds %3, which is not defined. Use a "
-              "shorter identifier")
+      Add("bad-id", line, 0,
+          QStringLiteral("%1 is longer than %2 bytes: a record holds %3 instead, and nobody can "
+                         "raise this event. "
+                         "Use a shorter identifier")
               .arg(Quoted(id), QString::number(kMost), Quoted(id.left(kMost))));
     }
   }
@@ -127,17 +134,18 @@ class DefinitionsCheck {
     for (const std::string_view known : kSeverityNames) {
       names.append(QString::fromLatin1(known.data(), static_cast<int>(known.size())));
     }
-    const QString meant = ClosestTo(name, names);
-    Add("unknown-severity", line, name,
+    bool isNumber = false;
+    const int number = name.toInt(&isNumber);
+    const QString meant = isNumber ? names.value(number) : ClosestTo(name, names);
+    Add("unknown-severity", line, 3,
         QStringLiteral(
             "the service does not know the severity %1 and counts it as -1: the priority "
             "is one below that of emerg. Write %2")
             .arg(Quoted(name), meant.isEmpty() ? names.join(QLatin1Char(' ')) : meant));
   }
 
-  void Add(const char *cause, const DefinitionsLine &line, const QString &text,
-           const QString &sentence) {
-    findings_.Add(cause, file_.PlaceOf(line, text), sentence,
+  void Add(const char *cause, const DefinitionsLine &line, int column, const QString &sentence) {
+    findings_.Add(cause, file_.PlaceOf(line, column), sentence,
                   line.IsDefinition() ? QStringList{line.Id(), line.Id().left(7)}
                                       : QStringList{line.columns[0]});
   }

@@ -25,6 +25,7 @@
 #include "output/collector_address.h"
 #include "output/host_identity.h"
 #include "output/message_formatter.h"
+#include "service/event_catalogue.h"
 #include "service/processing_thread.h"
 
 namespace ov {
@@ -112,8 +113,8 @@ class MachineCheck {
       }
       return;
     }
-    if (ChangeTime(definitions_.Path().toUtf8().constData()) >
-        service_->startTime + kStartTolerance) {
+    if (IsDefinitionsOfService() && ChangeTime(definitions_.Path().toUtf8().constData()) >
+                                        service_->startTime + kStartTolerance) {
       Add("old-definitions",
           QStringLiteral(
               "%1 has changed since the service started, and the service reads it at its "
@@ -123,24 +124,43 @@ class MachineCheck {
     CheckDescriptors();
   }
 
+  bool IsSettingsOfService() const { return file_.Path() == QLatin1String(kSettingsPath); }
+  bool IsDefinitionsOfService() const {
+    const char *const path = FindDefinitionsFile();
+    return path != nullptr && definitions_.Path() == QLatin1String(path);
+  }
+
+  // From here on this program can do what the service can.
   void BecomeUser() {
     if (!service_) {
       return;
     }
-    const QByteArray path = file_.Path().toUtf8();
+    const QString user = QString::number(service_->user);
     if (!BecomeUserOf(*service_)) {
       findings_.AddUnseen(
           "settings-not-readable-by-service",
           QStringLiteral(
               "the service runs as user %1, whose rights this user does not have: whether "
-              "it may read %2 remains unknown, and scripts run as this user")
-              .arg(QString::number(service_->user), file_.Path()));
-    } else if (file_.Exists() && access(path.constData(), R_OK) != 0) {
+              "it may read its files remains unknown, and scripts run as this user")
+              .arg(user));
+      return;
+    }
+    const auto isDenied = [](const QString &path) {
+      return access(path.toUtf8().constData(), R_OK) != 0;
+    };
+    if (IsSettingsOfService() && file_.Exists() && isDenied(file_.Path())) {
       Add("settings-not-readable-by-service",
           QStringLiteral(
               "the service runs as user %1, who may not read %2: it keeps the values from "
               "before. Give the file mode 0644")
-              .arg(QString::number(service_->user), file_.Path()));
+              .arg(user, file_.Path()));
+    }
+    if (IsDefinitionsOfService() && definitions_.IsReadable() && isDenied(definitions_.Path())) {
+      findings_.Add(
+          "unreadable-definitions", {definitions_.Path(), 0, 0, {}},
+          QStringLiteral("the service runs as user %1, who may not read this file: after its "
+                         "next start no event is defined. Give the file mode 0644")
+              .arg(user));
     }
   }
 
@@ -231,9 +251,13 @@ class MachineCheck {
     }
     if (service_ && !service_->environment) {
       findings_.AddUnseen(
-          "month-names", QStringLiteral("this user may not see the service's environment: in which "
-                                        "language it writes months remains unknown"));
-    } else if (service_) {
+          "month-names",
+          QStringLiteral(
+              "this user may not see the service's environment: in which language and "
+              "time zone it writes [DATE] remains unknown, and lines here have this user's"));
+      return;
+    }
+    if (service_) {
       CheckMonths();
     }
     const QDateTime now = QDateTime::currentDateTime();

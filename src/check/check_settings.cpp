@@ -1,24 +1,33 @@
 #include "check/check_settings.h"
 
+#include <arpa/inet.h>
+
 #include <QRegularExpression>
 #include <algorithm>
 #include <limits>
 
+#include "check/built_in_monitors.h"
 #include "check/check_allowed.h"
 
 namespace ov {
 
-const QStringList kSettingsKeys = {
-    QStringLiteral("facility"),     QStringLiteral("formatString"), QStringLiteral("allowed"),
-    QStringLiteral("protocol"),     QStringLiteral("host"),         QStringLiteral("port"),
-    QStringLiteral("usbDevMon"),    QStringLiteral("vmwSigninMon"), QStringLiteral("agentConnMon"),
-    QStringLiteral("perfMon"),      QStringLiteral("cpuThreshold"), QStringLiteral("memThreshold"),
-    QStringLiteral("diskThreshold")};
-
-const QStringList kTextKeys = {QStringLiteral("formatString"), QStringLiteral("allowed"),
-                               QStringLiteral("protocol"), QStringLiteral("host")};
-
 namespace {
+
+// The identifiers that a key touches, if these are not all.
+QStringList EventsOf(const QString &key) {
+  static const QStringList kThresholds = {QStringLiteral("cpuThreshold"),
+                                          QStringLiteral("memThreshold"),
+                                          QStringLiteral("diskThreshold")};
+  for (const BuiltInMonitor &monitor : BuiltInMonitors()) {
+    if (monitor.key == key) {
+      return monitor.events;
+    }
+    if (monitor.key == QLatin1String("perfMon") && kThresholds.contains(key)) {
+      return {monitor.events[kThresholds.indexOf(key)]};
+    }
+  }
+  return {};
+}
 
 class SettingsCheck {
  public:
@@ -39,7 +48,6 @@ class SettingsCheck {
                          "with the defaults, under which it forwards nothing. Give it mode 0644"));
       return;
     }
-    CheckByteOrderMark();
     for (const SettingsLine &line : file_.Lines()) {
       CheckLine(line);
     }
@@ -55,17 +63,10 @@ class SettingsCheck {
     findings_.Add(cause, place, sentence, events);
   }
 
-  void CheckByteOrderMark() {
-    if (file_.Contents().startsWith(kByteOrderMark)) {
-      Add("byte-order-mark", {file_.Path(), 1, 1, file_.Contents().split('\n').value(0)},
-          QStringLiteral("the file begins with a byte order mark: the service takes it for a part "
-                         "of the first line, whose key is lost. Save the file without it"));
-    }
-  }
-
   void CheckLine(const SettingsLine &line) {
+    const Place place = file_.PlaceAt(line.start);
     if (line.text.startsWith('#')) {
-      Add("hash-comment", file_.PlaceOf(line),
+      Add("hash-comment", place,
           QStringLiteral("a comment begins with \";\": the service reads this line as a key or "
                          "passes over it, and a double quote in it swallows the lines behind it"));
       return;
@@ -73,114 +74,144 @@ class SettingsCheck {
     if (line.isSection) {
       return;
     }
+    if (line.text.startsWith(kByteOrderMark)) {
+      if (line.valueStart > 0) {
+        Add("byte-order-mark", place,
+            QStringLiteral(
+                "the file begins with a byte order mark: the service takes it for a part "
+                "of the first line, whose key is lost. Save the file without it"));
+      }
+      return;
+    }
     if (line.valueStart == 0) {
-      if (!line.text.trimmed().isEmpty() && line.text != kByteOrderMark) {
-        Add("unknown-key", file_.PlaceOf(line),
+      if (!line.text.trimmed().isEmpty()) {
+        Add("unknown-key", place,
             QStringLiteral("the service passes over this line, since it has no \"=\". A comment "
                            "begins with \";\""));
       }
       return;
     }
     const QString &key = line.key;
-    if (!line.section.isNull()) {
-      const QString meant = Meant(key);
-      if (!meant.isEmpty()) {
-        Add("key-in-section", file_.PlaceOf(line),
-            QStringLiteral("the service looks for `%1` outside any section and does not see it "
-                           "in [%2]. Move the line above the first section, or under [General]")
-                .arg(meant, line.section));
-        return;
-      }
-    }
-    if (!line.section.isNull() || !kSettingsKeys.contains(key)) {
-      const QString meant = line.section.isNull() ? Meant(key) : QString();
-      Add("unknown-key", file_.PlaceOf(line),
-          QStringLiteral("the service does not know the key `%1` and ignores it").arg(key) +
-              (meant.isEmpty() ? QString() : QStringLiteral(". Write `%1`").arg(meant)));
-      return;
-    }
-    const SettingsLine *const last = file_.LineOf(key);
-    if (last != &line) {
-      Add("repeated-key", file_.PlaceOf(line),
+    const QString meant = Meant(key);
+    if (!line.section.isNull() && !meant.isEmpty()) {
+      Add("key-in-section", place,
+          QStringLiteral("the service looks for `%1` outside any section and does not see it "
+                         "in [%2]. Move the line above the first section, or under [General]")
+              .arg(meant, Printable(line.section)),
+          EventsOf(meant));
+    } else if (!line.section.isNull() || !SettingsKeys().contains(key)) {
+      Add("unknown-key", place,
+          QStringLiteral("the service does not know the key `%1` and ignores it")
+                  .arg(Printable(key)) +
+              (meant.isEmpty() ? QString() : QStringLiteral(". Write `%1`").arg(meant)),
+          EventsOf(meant));
+    } else if (const SettingsLine *const last = file_.LineOf(key); last != &line) {
+      Add("repeated-key", place,
           QStringLiteral("line %1 sets `%2` once more, and the last line holds. Remove one of them")
-              .arg(QString::number(last->number), key));
-      return;
+              .arg(QString::number(file_.PlaceAt(last->start).line), key),
+          EventsOf(key));
+    } else {
+      CheckValue(key, line);
     }
-    CheckValue(key, line);
   }
 
   static QString Meant(const QString &key) {
-    return kSettingsKeys.contains(key) ? key : ClosestTo(key, kSettingsKeys);
-  }
-
-  Place PlaceInValue(const SettingsLine &line, int offset) const {
-    // The value may go on in another line: its column counts in the first.
-    return file_.PlaceOf(line, line.valueColumn + offset);
+    return SettingsKeys().contains(key) ? key : ClosestTo(key, SettingsKeys());
   }
 
   void CheckValue(const QString &key, const SettingsLine &line) {
     const QByteArray value = line.Value();
+    const QString inForce = Quoted(file_.Entries().value(key));
+    const auto add = [&](const char *cause, int index, const QString &sentence) {
+      Add(cause, file_.PlaceAt(line.valueStart + index), sentence, EventsOf(key));
+    };
     const int comma = line.UnquotedComma();
     if (comma >= 0) {
-      Add("list-value", PlaceInValue(line, comma),
-          QStringLiteral("the service reads an empty text, since an unquoted comma makes a list: "
-                         "put the value in double quotes") +
-              (key == QLatin1String("allowed")
-                   ? QStringLiteral(", with blanks between the identifiers")
-                   : QString()));
+      const bool isText = IsTextKey(key);
+      add("list-value", comma,
+          isText
+              ? QStringLiteral("the service reads an empty text, since an unquoted comma makes a "
+                               "list: put the value in double quotes") +
+                    (key == QLatin1String("allowed")
+                         ? QStringLiteral(", with blanks between the identifiers")
+                         : QString())
+              : QStringLiteral("the service reads no number, since an unquoted comma makes a "
+                               "list, and `%1` keeps the value from before: write one number")
+                    .arg(key));
+      return;
     }
     if (IsCut(key, line)) {
-      Add("cut-at-semicolon", PlaceInValue(line, value.size()),
+      add("cut-at-semicolon", value.size(),
           QStringLiteral("the value of `%1` ends here, since an unquoted semicolon begins a "
                          "comment: put the value in double quotes")
               .arg(key));
     }
     const int escape = ChangingEscape(value);
-    if (escape >= 0 && comma < 0) {
-      Add("changed-by-escape", PlaceInValue(line, escape),
-          QStringLiteral(
-              "a backslash changes the value to %1: write two for each one that is meant")
-              .arg(Quoted(file_.Entries().value(key))));
+    if (escape >= 0) {
+      add("changed-by-escape", escape,
+          QStringLiteral("a backslash changes the value to %1: write two for each one that is "
+                         "meant, and digits for a character that no hexadecimal digit follows")
+              .arg(inForce));
     }
-    static const QRegularExpression kSpecial(
-        QStringLiteral("^\"?@(@|(ByteArray|String|Variant|DateTime|Rect|Size|Point|Invalid)\\()"));
-    if (kSpecial.match(QString::fromLatin1(value)).hasMatch()) {
-      Add("special-value", PlaceInValue(line, 0),
+    if (IsSpecial(value, file_.Entries().value(key))) {
+      add("special-value", 0,
           QStringLiteral(
               "the value has a form that the reader of the file keeps for itself, and the "
-              "service reads %1 instead. A text that begins with \"@\" is written \"@@\"")
-              .arg(Quoted(file_.Entries().value(key))));
+              "service reads %1 instead. Begin it with another character than \"@\"")
+              .arg(inForce));
     }
-    if (kTextKeys.contains(key) && IsUtf8BeyondAscii(value) &&
+    if (IsTextKey(key) && IsUtf8BeyondAscii(value) &&
         !file_.Contents().startsWith(kByteOrderMark)) {
-      Add("not-latin1", PlaceInValue(line, FirstBeyondAscii(value)),
-          QStringLiteral("the service reads each byte above 127 as a character of its own, and %1 "
-                         "goes out. Write each such character as \\x and its number, as in \\xfc")
-              .arg(Quoted(file_.Entries().value(key))));
+      add("not-latin1", FirstBeyondAscii(value),
+          QStringLiteral(
+              "the service reads each byte above 127 as a character of its own, and %1 "
+              "goes out. Write each such character as \\x and its number, as in \\xfc, and "
+              "close and open the double quotes before a digit or a letter from a to f")
+              .arg(inForce));
     }
   }
 
-  // A comment behind a blank is meant as one, but for texts that may well hold a semicolon.
+  // Where the comment is part of what was meant. A comment behind a blank, a number or a closing
+  // double quote is one, but in texts without quotes that may well hold a semicolon.
   static bool IsCut(const QString &key, const SettingsLine &line) {
-    if (line.cut.isEmpty()) {
+    const QByteArray value = line.Value();
+    if (line.cut.isEmpty() || !IsTextKey(key) || value.trimmed().endsWith('"')) {
       return false;
     }
-    return key == QLatin1String("formatString") || key == QLatin1String("allowed") ||
-           !(line.text.endsWith(' ') || line.text.endsWith('\t'));
+    if (key == QLatin1String("formatString") || key == QLatin1String("allowed")) {
+      return true;
+    }
+    return value == value.trimmed() && line.cut.trimmed().size() > 1;
   }
 
-  // The first backslash that does not stand for a double quote, a backslash or a character's
-  // number.
+  // The first backslash that changes the value, or -1. One before a double quote or a backslash and
+  // one that gives the number of a character are meant, and so is one that joins a line without a
+  // key.
   static int ChangingEscape(const QByteArray &value) {
-    for (int i = value.indexOf('\\'); i >= 0; i = value.indexOf('\\', i + 2)) {
-      const QByteArray next = value.mid(i + 1, 2);
-      const bool isNumber = next.size() == 2 && next[0] == 'x' &&
-                            QByteArrayLiteral("0123456789abcdefABCDEF").contains(next[1]);
-      if (!isNumber && !next.startsWith('"') && !next.startsWith('\\')) {
-        return i;
+    static const QRegularExpression kMeant(
+        QStringLiteral("\\\\([\"\\\\]|x(?:[0-9A-Fa-f]{1,2}|[0-9A-Fa-f]{4})(?![0-9A-Fa-f])|"
+                       "[\\r\\n]+[^=\\r\\n]*(?=[\\r\\n]|$))"));
+    const QString text = QString::fromLatin1(value);
+    int at = text.indexOf(QLatin1Char('\\'));
+    while (at >= 0) {
+      const QRegularExpressionMatch match = kMeant.match(text, at, QRegularExpression::NormalMatch,
+                                                         QRegularExpression::AnchoredMatchOption);
+      if (!match.hasMatch()) {
+        return at;
       }
+      at = text.indexOf(QLatin1Char('\\'), at + 2);
     }
     return -1;
+  }
+
+  // Whether a value such as "@Invalid()" is read as something else.
+  static bool IsSpecial(const QByteArray &value, const QString &inForce) {
+    QByteArray text = value.trimmed();
+    if (text.size() > 1 && text.startsWith('"') && text.endsWith('"')) {
+      text = text.mid(1, text.size() - 2);
+    }
+    return text.startsWith('@') && !text.contains('\\') && !text.contains('"') &&
+           inForce != QString::fromLatin1(text) && inForce != QString::fromUtf8(text);
   }
 
   static int FirstBeyondAscii(const QByteArray &value) {
@@ -215,18 +246,22 @@ class SettingsCheck {
     if (entry == file_.Entries().cend()) {
       return;
     }
-    bool isNumber = false;
-    const int number = entry->toInt(&isNumber, 10);
-    if (!isNumber) {
+    const SettingsLine *const line = file_.LineOf(key);
+    const std::optional<std::int32_t> number = Settings::integerFrom(*entry);
+    if (line == nullptr || line->UnquotedComma() >= 0) {
+      return;  // that is said already
+    }
+    if (!number) {
       Add("not-a-number", file_.PlaceOfKey(key),
-          QStringLiteral(
-              "%1 is no decimal number, and `%2` keeps the value from before. Write digits "
-              "alone")
-              .arg(Quoted(*entry), key));
-    } else if (number < least || number > most) {
+          QStringLiteral("%1 is no decimal number, and `%2` keeps the value from before. Write "
+                         "digits alone")
+              .arg(Quoted(*entry), key),
+          EventsOf(key));
+    } else if (*number < least || *number > most) {
       Add("out-of-range", file_.PlaceOfKey(key),
           QStringLiteral("%1 is outside %2 to %3, which is what `%4` may be: %5")
-              .arg(*entry, QString::number(least), QString::number(most), key, Effect(key)));
+              .arg(*entry, QString::number(least), QString::number(most), key, Effect(key)),
+          EventsOf(key));
     }
   }
 
@@ -258,7 +293,7 @@ class SettingsCheck {
       Add("no-host", file_.PlaceOfKey(key),
           QStringLiteral("`host` is empty: the service has no collector and every line is lost. "
                          "Write the collector's IPv4 address or name"));
-    } else if (host.contains(QRegularExpression(QStringLiteral("[:/\\[\\]\\s]")))) {
+    } else if (!IsAddressOrName(host)) {
       Add("host-not-ipv4", file_.PlaceOfKey(key),
           QStringLiteral(
               "%1 is neither an IPv4 address nor a name, and every line is lost. Write the "
@@ -267,12 +302,36 @@ class SettingsCheck {
     }
   }
 
+  // Names as in RFC 1123, section 2.1, and with underscores, which resolvers take.
+  static bool IsAddressOrName(const QString &host) {
+    static const QRegularExpression kDigitsAndDots(QStringLiteral("^[0-9.]*$"));
+    static const QRegularExpression kName(
+        QStringLiteral("^[A-Za-z0-9_-]{1,63}(\\.[A-Za-z0-9_-]{1,63})*\\.?$"));
+    in_addr address{};
+    return host.contains(kDigitsAndDots) ? inet_aton(host.toLatin1().constData(), &address) != 0
+                                         : host.size() < 255 && host.contains(kName);
+  }
+
   const SettingsFile &file_;
   const DefinitionsFile &definitions_;
   Findings &findings_;
 };
 
 }  // namespace
+
+const QStringList &SettingsKeys() {
+  static const QStringList kKeys =
+      QStringLiteral(
+          "facility formatString allowed protocol host port usbDevMon vmwSigninMon agentConnMon "
+          "perfMon cpuThreshold memThreshold diskThreshold")
+          .split(QLatin1Char(' '));
+  return kKeys;
+}
+
+bool IsTextKey(const QString &key) {
+  return key == QLatin1String("formatString") || key == QLatin1String("allowed") ||
+         key == QLatin1String("protocol") || key == QLatin1String("host");
+}
 
 void CheckSettings(const SettingsFile &settings, const DefinitionsFile &definitions,
                    Findings &findings) {

@@ -8,10 +8,10 @@
 namespace ov {
 
 /// The thirteen keys, in the order in which the service applies them.
-extern const QStringList kSettingsKeys;
+const QStringList &SettingsKeys();
 
-/// Those of them whose values are texts.
-extern const QStringList kTextKeys;
+/// Whether the values of this key are texts. Those of the others are numbers.
+bool IsTextKey(const QString &key);
 
 void CheckSettings(const SettingsFile &settings, const DefinitionsFile &definitions,
                    Findings &findings);

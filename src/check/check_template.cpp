@@ -111,7 +111,7 @@ class TemplateCheck {
       const int length = maker.LineFor(record, DefinitionFrom(line)).size();
       if (length > kUsualLimit) {
         findings_.Add(
-            "line-too-long", definitions_.PlaceOf(line, line.columns[2]),
+            "line-too-long", definitions_.PlaceOf(line, 2),
             QStringLiteral("with %1 bytes of values the line has %2 bytes, more than the "
                            "%3 that every collector takes. Shorten the description or the "
                            "template")

@@ -1,6 +1,6 @@
 #include "check/definitions_file.h"
 
-#include <algorithm>
+#include <QFileInfo>
 
 #include "service/event_catalogue.h"
 
@@ -8,10 +8,12 @@ namespace ov {
 
 bool DefinitionsLine::IsDefinition() const { return columns.size() >= kDefinitionColumns; }
 
-DefinitionsFile::DefinitionsFile(const QString &path) : path_(path) {
-  isReadable_ = ReadDefinitionLines(path, [this](const QString &text) {
-    lines_.append({lines_.size() + 1, text, DefinitionColumns(text)});
-  });
+DefinitionsFile::DefinitionsFile(const QString &path)
+    : path_(path), exists_(QFileInfo::exists(path)) {
+  // A pipe must not block this program.
+  isReadable_ = QFileInfo(path).isFile() && ReadDefinitionLines(path, [this](const QString &text) {
+                  lines_.append({lines_.size() + 1, text, DefinitionColumns(text)});
+                });
   for (int index = 0; index < lines_.size(); ++index) {
     const DefinitionsLine &line = lines_[index];
     if (line.IsDefinition()) {
@@ -28,10 +30,16 @@ const DefinitionsLine *DefinitionsFile::LineOf(const QString &id) const {
   return found == lineOfId_.cend() ? nullptr : &lines_.at(*found);
 }
 
-Place DefinitionsFile::PlaceOf(const DefinitionsLine &line, const QString &text) const {
-  const int found = text.isEmpty() ? 0 : line.text.indexOf(text);
-  return {path_, line.number, line.text.left(std::max(found, 0)).toUtf8().size() + 1,
-          line.text.toUtf8()};
+Place DefinitionsFile::PlaceOf(const DefinitionsLine &line, int column) const {
+  int start = 0;
+  for (int i = 0; i < column && start < line.text.size(); ++i) {
+    const int comma = line.text.indexOf(QLatin1Char(','), start);
+    start = comma < 0 ? line.text.size() : comma + 1;
+  }
+  while (start < line.text.size() && line.text[start].isSpace()) {
+    ++start;
+  }
+  return {path_, line.number, line.text.left(start).toUtf8().size() + 1, line.text.toUtf8()};
 }
 
 EventDefinition DefinitionFrom(const DefinitionsLine &line) {

@@ -27,16 +27,20 @@ class DefinitionsFile {
   explicit DefinitionsFile(const QString &path);
 
   const QString &Path() const { return path_; }
+  bool Exists() const { return exists_; }
+  /// Whether it is a regular file that this user may read.
   bool IsReadable() const { return isReadable_; }
   const QList<DefinitionsLine> &Lines() const { return lines_; }
   const QStringList &Ids() const { return ids_; }
 
   /// The line that defines the event, or null.
   const DefinitionsLine *LineOf(const QString &id) const;
-  Place PlaceOf(const DefinitionsLine &line, const QString &text = {}) const;
+  /// The place of a column, from 0, or of the line's end if it has fewer.
+  Place PlaceOf(const DefinitionsLine &line, int column = 0) const;
 
  private:
   QString path_;
+  bool exists_;
   bool isReadable_;
   QList<DefinitionsLine> lines_;
   QStringList ids_;               // in the order of their first lines

@@ -56,6 +56,9 @@ EventAnswer AnswerFor(const QByteArray &id, const QByteArray &values, const Sett
   answer.allowedPlace = settings.PlaceOfKey(QStringLiteral("allowed"));
   answer.protocol = settings.InForce().protocol();
   answer.facility = settings.InForce().facility();
+  if (answer.definition == nullptr) {
+    answer.meant = ClosestTo(answer.id, definitions.Ids());
+  }
   if (answer.IsForwarded()) {
     const EventDefinition definition = DefinitionFrom(*answer.definition);
     answer.severity = definition.severity;
@@ -73,10 +76,12 @@ QByteArray AsText(const EventAnswer &answer) {
                                       : QString()));
   text += Row("definition",
               answer.definition == nullptr
-                  ? QStringLiteral("none in ") + answer.definitionsPath
+                  ? QStringLiteral("none in ") + answer.definitionsPath +
+                        (answer.meant.isEmpty() ? QString()
+                                                : QStringLiteral("; is it %1?").arg(answer.meant))
                   : QStringLiteral("%1:%2: %3")
                         .arg(answer.definitionsPath, QString::number(answer.definition->number),
-                             answer.definition->text));
+                             Printable(answer.definition->text)));
   text += Row("allowed", QStringLiteral("%1, %2").arg(
                              answer.isAllowed ? QStringLiteral("yes") : QStringLiteral("no"),
                              PlaceText(answer.allowedPlace)));
@@ -100,6 +105,9 @@ QJsonObject AsJson(const EventAnswer &answer) {
                      {QStringLiteral("defined"), answer.definition != nullptr},
                      {QStringLiteral("allowed"), answer.isAllowed},
                      {QStringLiteral("forwarded"), answer.IsForwarded()}};
+  if (!answer.meant.isEmpty()) {
+    object.insert(QStringLiteral("meant"), answer.meant);
+  }
   if (answer.definition != nullptr) {
     object.insert(QStringLiteral("definitionLine"), answer.definition->number);
   }

@@ -20,6 +20,7 @@ struct EventAnswer {
   bool isCut;                         ///< whether the record lacks a part of what was given
   const DefinitionsLine *definition;  ///< null for an event that is not defined
   QString definitionsPath;
+  QString meant;  ///< without a definition: the identifier that was probably meant
   bool isAllowed;
   Place allowedPlace;
   QByteArray line;  ///< as it is sent; empty if it is not

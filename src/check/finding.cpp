@@ -104,7 +104,9 @@ void Findings::Add(const char *cause, const Place &place, const QString &sentenc
   if (known == nullptr) {
     std::abort();
   }
-  findings_.append({place, known, known->level, sentence, events});
+  QStringList touched = events;
+  touched.removeDuplicates();
+  findings_.append({place, known, known->level, sentence, touched});
 }
 
 void Findings::AddUnseen(const char *cause, const QString &sentence) {
@@ -156,7 +158,7 @@ QString ClosestTo(const QString &word, const QStringList &candidates) {
     const bool beginsLike = std::min(lower.size(), other.size()) >= kLikeness &&
                             (lower.startsWith(other) || other.startsWith(lower));
     const int distance = beginsLike ? 0 : Distance(lower, other);
-    if (distance < least && distance < lower.size()) {
+    if (distance < least && 2 * distance < lower.size()) {
       closest = candidate;
       least = distance;
     }
@@ -164,20 +166,27 @@ QString ClosestTo(const QString &word, const QStringList &candidates) {
   return closest;
 }
 
-QString Quoted(const QString &text) {
-  QString quoted = QStringLiteral("\"");
+QString Printable(const QString &text) {
+  QString printable;
   for (const QChar character : text) {
     if (character == QLatin1Char('\n')) {
-      quoted += QLatin1String("\\n");
+      printable += QLatin1String("\\n");
     } else if (character == QLatin1Char('\t')) {
-      quoted += QLatin1String("\\t");
+      printable += QLatin1String("\\t");
     } else if (character.category() == QChar::Other_Control) {
-      quoted += QStringLiteral("\\x%1").arg(character.unicode(), 2, 16, QLatin1Char('0'));
+      printable += QStringLiteral("\\x%1").arg(character.unicode(), 2, 16, QLatin1Char('0'));
     } else {
-      quoted += character;
+      printable += character;
     }
   }
-  return quoted + QLatin1Char('"');
+  return printable;
+}
+
+QString Quoted(const QString &text) {
+  QString quoted = text;
+  quoted.replace(QLatin1Char('\\'), QLatin1String("\\\\"))
+      .replace(QLatin1Char('"'), QLatin1String("\\\""));
+  return QLatin1Char('"') + Printable(quoted) + QLatin1Char('"');
 }
 
 }  // namespace ov

@@ -66,10 +66,13 @@ class Findings {
 };
 
 /// The candidate that was probably meant by a word: the same but for case, one that begins like it,
-/// or one that differs in at most two letters. Empty if there is none.
+/// or one that differs in at most two letters and less than half of them. Empty if there is none.
 QString ClosestTo(const QString &word, const QStringList &candidates);
 
-/// A text in double quotes, control characters and invalid bytes written as escapes.
+/// A text with escapes for control characters: it can neither end a line nor steer a terminal.
+QString Printable(const QString &text);
+
+/// A text in double quotes, with escapes for control characters, double quotes and backslashes.
 QString Quoted(const QString &text);
 
 }  // namespace ov

@@ -16,7 +16,7 @@ QString AllowedText(const Settings &settings) {
   return ids.join(QLatin1Char(' '));
 }
 
-// In the order of kSettingsKeys.
+// In the order of SettingsKeys().
 QStringList Values(const Settings &settings) {
   const auto number = [](std::int32_t value) { return QString::number(value); };
   const auto isOn = [](bool value) { return QString::number(value ? 1 : 0); };
@@ -42,9 +42,7 @@ bool IsFromFile(const SettingsFile &file, const QString &key) {
   if (entry == file.Entries().cend()) {
     return false;
   }
-  bool isNumber = false;
-  entry->toInt(&isNumber, 10);
-  return isNumber || kTextKeys.contains(key);
+  return IsTextKey(key) || Settings::integerFrom(*entry);
 }
 
 }  // namespace
@@ -53,10 +51,10 @@ SettingsAnswer AnswerFor(const SettingsFile &file) {
   SettingsAnswer answer;
   QCryptographicHash hash(QCryptographicHash::Sha256);
   const QStringList values = Values(file.InForce());
-  for (int i = 0; i < kSettingsKeys.size(); ++i) {
-    const QString &key = kSettingsKeys[i];
-    answer.settings.append({key, values[i], kTextKeys.contains(key),
-                            IsFromFile(file, key) ? file.PlaceOfKey(key) : Place{}});
+  for (int i = 0; i < SettingsKeys().size(); ++i) {
+    const QString &key = SettingsKeys()[i];
+    answer.settings.append(
+        {key, values[i], IsTextKey(key), IsFromFile(file, key) ? file.PlaceOfKey(key) : Place{}});
     hash.addData((key + QLatin1Char('=') + values[i] + QLatin1Char('\n')).toUtf8());
   }
   answer.digest = hash.result().toHex();

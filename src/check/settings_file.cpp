@@ -71,10 +71,27 @@ QByteArray WithoutSpaces(QByteArray text) {
   return text.mid(start);
 }
 
+// "%41" and "%U0041" stand for a character, a backslash for a slash.
 QString DecodedKey(const QByteArray &key) {
-  const QByteArray decoded = QByteArray::fromPercentEncoding(key).replace('\\', '/');
-  // Not null, and with the zero bytes.
-  return QString(QLatin1String(decoded.constData(), decoded.size()));
+  QString decoded = QStringLiteral("");  // not null
+  for (int i = 0; i < key.size(); ++i) {
+    if (key[i] == '\\') {
+      decoded += QLatin1Char('/');
+      continue;
+    }
+    const bool isLong = key.mid(i + 1, 1) == "U";
+    const int start = isLong ? i + 2 : i + 1;
+    const int length = isLong ? 4 : 2;
+    bool isNumber = false;
+    const int number = key.mid(start, length).toInt(&isNumber, 16);
+    if (key[i] == '%' && isNumber && start + length <= key.size()) {
+      decoded += QChar(number);
+      i = start + length - 1;
+    } else {
+      decoded += QLatin1Char(key[i]);
+    }
+  }
+  return decoded;
 }
 
 // The text between the brackets; without the closing one, to the end of the line.
@@ -84,7 +101,21 @@ QString SectionOf(const QByteArray &text) {
   if (name.compare("general", Qt::CaseInsensitive) == 0) {
     return {};
   }
-  return DecodedKey(name);
+  return name.compare("%general", Qt::CaseInsensitive) == 0 ? QString(QLatin1String(name.mid(1)))
+                                                            : DecodedKey(name);
+}
+
+// Where the reader begins to look for sections: behind a byte order mark. To the line of a key in
+// front of any section, the mark belongs.
+int StartOf(const QByteArray &contents) {
+  if (!contents.startsWith(kByteOrderMark)) {
+    return 0;
+  }
+  int start = static_cast<int>(std::size(kByteOrderMark)) - 1;
+  while (start < contents.size() && IsSpace(contents[start])) {
+    ++start;
+  }
+  return contents.mid(start, 1) == "[" ? start : 0;
 }
 
 // The place of the first "=" outside double quotes, or -1.
@@ -122,20 +153,14 @@ int SettingsLine::UnquotedComma() const {
 QList<SettingsLine> CutSettings(const QByteArray &contents) {
   QList<SettingsLine> lines;
   QString section;
-  int number = 1;
-  int counted = 0;
-  int position = 0;
+  int position = StartOf(contents);
   while (true) {
     const Extent extent = NextLine(contents, position);
     if (extent.start >= extent.end) {
       return lines;
     }
-    number += static_cast<int>(
-        std::count(contents.begin() + counted, contents.begin() + extent.start, '\n'));
-    counted = extent.start;
     SettingsLine line;
-    line.number = number;
-    line.column = extent.start - (contents.lastIndexOf('\n', extent.start - contents.size() - 1));
+    line.start = extent.start;
     line.text = contents.mid(extent.start, extent.end - extent.start);
     if (position < contents.size() && contents[position] == ';') {
       int end = position;
@@ -149,11 +174,11 @@ QList<SettingsLine> CutSettings(const QByteArray &contents) {
       line.isSection = true;
     } else if (const int equals = EqualsIn(line.text); equals >= 0) {
       line.key = DecodedKey(WithoutSpaces(line.text.left(equals)));
-      line.valueStart = equals + 1;
-      while (line.valueStart < line.text.size() && IsSpace(line.text[line.valueStart])) {
-        ++line.valueStart;
+      int start = equals + 1;
+      while (start < line.text.size() && IsSpace(line.text[start])) {
+        ++start;
       }
-      line.valueColumn = line.column + line.valueStart;
+      line.valueStart = line.start + start;
     }
     line.section = section;
     lines.append(line);
@@ -169,40 +194,52 @@ SettingsFile::SettingsFile(const QString &path)
     lines_ = CutSettings(contents_);
   }
   settings_.applyEntries(entries_);
+  for (int index = 0; index < lines_.size(); ++index) {
+    if (lines_[index].valueStart > 0) {
+      lineOfKey_.insert(lines_[index].KeyWithSection(), index);
+    }
+  }
+  lineStarts_.push_back(0);
+  const char lineEnd = contents_.contains('\n') ? '\n' : '\r';
+  for (int end = contents_.indexOf(lineEnd); end >= 0; end = contents_.indexOf(lineEnd, end + 1)) {
+    lineStarts_.push_back(end + 1);
+  }
 }
 
 const SettingsLine *SettingsFile::LineOf(const QString &key) const {
-  const auto found = std::find_if(lines_.rbegin(), lines_.rend(), [&key](const SettingsLine &line) {
-    return line.valueStart > 0 && line.KeyWithSection() == key;
-  });
-  return found == lines_.rend() ? nullptr : &*found;
+  const auto found = lineOfKey_.constFind(key);
+  return found == lineOfKey_.cend() ? nullptr : &lines_[*found];
 }
 
-Place SettingsFile::PlaceOf(const SettingsLine &line, int column) const {
-  const QList<QByteArray> sources = contents_.split('\n');
-  return {path_, line.number, column > 0 ? column : line.column, sources.value(line.number - 1)};
+Place SettingsFile::PlaceAt(int offset) const {
+  const auto next = std::upper_bound(lineStarts_.begin(), lineStarts_.end(), offset);
+  const int start = *(next - 1);
+  const int end = next == lineStarts_.end() ? contents_.size() : *next - 1;
+  return {path_, static_cast<int>(next - lineStarts_.begin()), offset - start + 1,
+          contents_.mid(start, end - start)};
 }
 
 Place SettingsFile::PlaceOfKey(const QString &key) const {
   const SettingsLine *const line = LineOf(key);
-  return line == nullptr ? Place{path_, 0, 0, {}} : PlaceOf(*line, line->valueColumn);
+  return line == nullptr ? Place{path_, 0, 0, {}} : PlaceAt(line->valueStart);
 }
 
-Place SettingsFile::PlaceInKey(const QString &key, const QByteArray &text) const {
-  Place place = PlaceOfKey(key);
-  const auto isWordPart = [&place](int index) {
-    return index >= 0 && index < place.source.size() &&
-           (std::isalnum(static_cast<unsigned char>(place.source[index])) != 0);
-  };
-  int found = place.line > 0 && !text.isEmpty() ? place.column - 1 : -1;
-  while (found >= 0 && (found = place.source.indexOf(text, found)) >= 0) {
-    if (!isWordPart(found - 1) && !isWordPart(found + text.size())) {
-      place.column = found + 1;
-      return place;
-    }
-    ++found;
+Place SettingsFile::PlaceInKey(const QString &key, const QByteArray &word) const {
+  const SettingsLine *const line = LineOf(key);
+  if (line == nullptr || word.isEmpty()) {
+    return PlaceOfKey(key);
   }
-  return place;
+  const QByteArray value = line->Value();
+  const auto isWordPart = [&value](int index) {
+    return index >= 0 && index < value.size() &&
+           std::isalnum(static_cast<unsigned char>(value[index])) != 0;
+  };
+  for (int found = value.indexOf(word); found >= 0; found = value.indexOf(word, found + 1)) {
+    if (!isWordPart(found - 1) && !isWordPart(found + word.size())) {
+      return PlaceAt(line->valueStart + found);
+    }
+  }
+  return PlaceOfKey(key);
 }
 
 }  // namespace ov

@@ -6,26 +6,28 @@
 #include <QHash>
 #include <QList>
 #include <QString>
+#include <vector>
 
 #include "check/finding.h"
 #include "config/settings.h"
 
 namespace ov {
 
-/// One line, which goes on over a line feed between double quotes or behind a backslash.
+constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
+
+/// One line, which goes on over a line feed between double quotes or behind a backslash. Offsets
+/// count the bytes of the file.
 struct SettingsLine {
-  int number = 0;          ///< of its first line, from 1
-  int column = 0;          ///< of its first byte, from 1
+  int start = 0;           ///< the offset of its first byte
   QByteArray text;         ///< without the comment at its end
   QByteArray cut;          ///< the comment at its end, from the semicolon on
   bool isSection = false;  ///< a line in brackets
   QString section;         ///< null in [General] and before any section
   QString key;             ///< without the section; empty without "="
-  int valueStart = 0;      ///< of the value in `text`; 0 without "="
-  int valueColumn = 0;     ///< the column of valueStart
+  int valueStart = 0;      ///< the offset of the value; 0 without "="
 
-  QByteArray Value() const { return text.mid(valueStart); }
-  /// The offset in the value of the first comma outside double quotes, or -1.
+  QByteArray Value() const { return text.mid(valueStart - start); }
+  /// The index in the value of the first comma outside double quotes, or -1.
   int UnquotedComma() const;
   QString KeyWithSection() const {
     return section.isNull() ? key : section + QLatin1Char('/') + key;
@@ -52,23 +54,23 @@ class SettingsFile {
   /// The line from which the service takes the key, or null.
   const SettingsLine *LineOf(const QString &key) const;
 
-  /// The place of the key's line, at `column` if that is above 0.
-  Place PlaceOf(const SettingsLine &line, int column = 0) const;
+  /// The place of an offset.
+  Place PlaceAt(int offset) const;
   /// The place of the key's value, or of the file if the key is missing.
   Place PlaceOfKey(const QString &key) const;
   /// The place of a word in the key's value, or of the value if it is not written so.
-  Place PlaceInKey(const QString &key, const QByteArray &text) const;
+  Place PlaceInKey(const QString &key, const QByteArray &word) const;
 
  private:
   QString path_;
   bool exists_;
   bool isReadable_ = false;
   QByteArray contents_;
+  std::vector<int> lineStarts_;  // offsets
   QList<SettingsLine> lines_;
+  QHash<QString, int> lineOfKey_;  // the index of a key's last line
   QHash<QString, QString> entries_;
   Settings settings_;
 };
-
-constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";
 
 }  // namespace ov

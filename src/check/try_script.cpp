@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QSet>
 #include <cmath>
 
 #include "event/built_in_events.h"
@@ -60,6 +61,9 @@ class Trial {
   }
 
   ScriptAnswer Run() {
+    if (!(settings_.*monitor_.isOn)()) {
+      answer_.hindrance = QStringLiteral("`%1` is off").arg(monitor_.key);
+    }
     if (!CanRun()) {
       return answer_;
     }
@@ -86,7 +90,8 @@ class Trial {
     }
     if (!QFileInfo(answer_.path).isFile() || access(answer_.path.toUtf8().constData(), X_OK) != 0) {
       Add("script-not-executable",
-          QStringLiteral("is not executable: its monitor sees nothing. Give it mode 0755"));
+          QStringLiteral("is no executable file: its monitor sees nothing. Install the script with "
+                         "mode 0755"));
       return false;
     }
     return true;
@@ -114,23 +119,40 @@ class Trial {
 
   ScriptTrial &Last() { return answer_.trials.last(); }
 
-  void TakeRaisedEvents() {
-    for (const EventRecord &event : g_eventQueue.TakeAll()) {
-      const auto text = [](std::string_view bytes) {
-        return QString::fromUtf8(bytes.data(), static_cast<int>(bytes.size()));
-      };
-      answer_.events.append(
-          (text(EventIdText(event)) + QLatin1Char(' ') + text(EventValuesText(event))).trimmed());
+  // As the record holds it.
+  void AddEvent(const EventRecord &event) {
+    const auto text = [](std::string_view bytes) {
+      return QString::fromUtf8(bytes.data(), static_cast<int>(bytes.size()));
+    };
+    answer_.events.append(text(EventIdText(event)) + QLatin1Char(' ') +
+                          text(EventValuesText(event)));
+  }
+
+  void AddEvent(const char *id, const QString &values) {
+    if (settings_.isAllowed(id)) {
+      AddEvent(MakeEventRecord(id, values.toUtf8().constData()));
     }
   }
 
+  bool HasFailed() const {
+    const ScriptRun &run = answer_.trials.last().run;
+    return run.end != ScriptRun::End::kExited || run.exitStatus != 0;
+  }
+
+  void AddFailure(const QString &effect) {
+    Add("script-unusable", QStringLiteral("prints nothing and ends so: %1. Its monitor %2")
+                               .arg(EndText(answer_.trials.last().run), effect));
+  }
+
   void RunPerf() {
-    TryWord({});
+    if (!TryWord({})) {
+      return;
+    }
     const PerfResource resources[] = {{"cpu", kCpuThresholdReached, settings_.cpuThreshold()},
                                       {"mem", kMemThresholdReached, settings_.memThreshold()},
                                       {"disk", kDiskThresholdReached, settings_.diskThreshold()}};
     QStringList missing = {QStringLiteral("cpu"), QStringLiteral("mem"), QStringLiteral("disk")};
-    bool isTooLong = false;
+    QSet<QString> tooLong;
     for (const QString &line : Last().lines) {
       const std::optional<PerfReading> reading = PerfReadingFrom(line);
       const PerfResource *found = nullptr;
@@ -155,8 +177,12 @@ class Trial {
               .arg(reading->resource, QString::number(static_cast<double>(value), 'f', 2),
                    isReached ? QStringLiteral("which reaches") : QStringLiteral("below"),
                    QString::number(found->threshold)));
-      isTooLong = isTooLong || (isReached && settings_.isAllowed(found->event) &&
-                                !PerfValuesText(value, threshold));
+      // The last reading of a resource holds.
+      if (isReached && settings_.isAllowed(found->event) && !PerfValuesText(value, threshold)) {
+        tooLong.insert(reading->resource);
+      } else {
+        tooLong.remove(reading->resource);
+      }
     }
     if (!missing.isEmpty()) {
       Add("script-unusable",
@@ -164,7 +190,7 @@ class Trial {
                          "print the lines cpu=, mem= and disk= with percents such as 12.5")
               .arg(missing.join(QLatin1String(", "))));
     }
-    if (isTooLong) {
+    if (!tooLong.isEmpty()) {
       Add("reading-too-long",
           QStringLiteral(
               "gives a reading that makes a text of over %1 characters, such as \"100.00% "
@@ -178,29 +204,33 @@ class Trial {
         static_cast<float>(settings_.memThreshold()),
         static_cast<float>(settings_.diskThreshold()));
     monitor.TakeIn(Last().run.output);
-    TakeRaisedEvents();
+    for (const EventRecord &event : g_eventQueue.TakeAll()) {
+      AddEvent(event);
+    }
   }
 
   void RunUsb() {
-    TryWord({});
+    if (!TryWord({})) {
+      return;
+    }
     const QSet<QString> devices = UsbDevMon::DevicesFrom(Last().run.output);
     for (const QString &line : Last().lines) {
-      const bool isDevice = devices.contains(line);
-      Last().meanings.append(isDevice ? QStringLiteral("a device") : QStringLiteral("passed over"));
-      if (isDevice && settings_.isAllowed(kUsbDevicePresent)) {
-        answer_.events.append(QLatin1String(kUsbDevicePresent) + QLatin1Char(' ') + line);
-      }
+      Last().meanings.append(devices.contains(line) ? QStringLiteral("a device")
+                                                    : QStringLiteral("passed over"));
     }
-    if (Last().run.end == ScriptRun::End::kExited && Last().run.exitStatus != 0 &&
-        devices.isEmpty()) {
-      Add("script-unusable",
-          QStringLiteral("fails with status %1 and prints nothing: its monitor sees no device")
-              .arg(Last().run.exitStatus));
+    for (const QString &device : devices) {
+      AddEvent(kUsbDevicePresent, device);
     }
-    answer_.events.removeDuplicates();
+    answer_.events.sort();
+    if (HasFailed() && devices.isEmpty()) {
+      AddFailure(QStringLiteral("sees no device"));
+    }
   }
 
   void RunSignin() {
+    if (answer_.hindrance.isEmpty() && !IsProcessRunning(QLatin1String(kSigninClient))) {
+      answer_.hindrance = QStringLiteral("no process %1 runs").arg(QLatin1String(kSigninClient));
+    }
     if (!TryWord(QStringLiteral("user"))) {
       return;
     }
@@ -208,21 +238,24 @@ class Trial {
     for (int i = 0; i < Last().lines.size(); ++i) {
       Last().meanings.append(QStringLiteral("the user is ") + Quoted(user));
     }
+    bool hasFailed = HasFailed();
     for (const auto &[word, event] :
          {std::pair("success", kSigninSucceeded), std::pair("error", kSigninFailed)}) {
       if (!TryWord(QLatin1String(word))) {
         return;
       }
-      const bool isReported = !Last().run.output.isEmpty();
+      hasFailed = hasFailed && HasFailed();
       for (int i = 0; i < Last().lines.size(); ++i) {
         Last().meanings.append(QStringLiteral("any text at all means yes"));
       }
-      if (isReported && settings_.isAllowed(event)) {
-        answer_.events.append((QLatin1String(event) + QLatin1Char(' ') + user).trimmed());
+      if (!Last().run.output.isEmpty()) {
+        AddEvent(event, user);
       }
     }
     const QString success = answer_.trials[1].run.output;
-    if (!success.isEmpty() && success == answer_.trials[2].run.output) {
+    if (hasFailed && success.isEmpty() && Last().run.output.isEmpty()) {
+      AddFailure(QStringLiteral("sees no sign-in"));
+    } else if (!success.isEmpty() && success == Last().run.output) {
       Add("script-unusable",
           QStringLiteral("prints the same for \"success\" and \"error\": its monitor raises both "
                          "events. It must print nothing for what did not happen"));
@@ -255,8 +288,12 @@ QByteArray AsText(const ScriptAnswer &answer) {
                   .toUtf8();
     }
   }
+  const QString but =
+      answer.hindrance.isEmpty() ? QString() : QStringLiteral(", but ") + answer.hindrance;
   for (const QString &event : answer.events) {
-    text += "raises " + event.toUtf8() + '\n';
+    text += (QLatin1String(but.isEmpty() ? "raises " : "would raise ") + Printable(event) + but +
+             QLatin1Char('\n'))
+                .toUtf8();
   }
   return text + (answer.events.isEmpty() ? "raises nothing with the settings in force\n" : "");
 }
@@ -277,7 +314,8 @@ QJsonObject AsJson(const ScriptAnswer &answer) {
   }
   return {{QStringLiteral("path"), answer.path},
           {QStringLiteral("runs"), trials},
-          {QStringLiteral("events"), QJsonArray::fromStringList(answer.events)}};
+          {QStringLiteral("events"), QJsonArray::fromStringList(answer.events)},
+          {QStringLiteral("hindrance"), answer.hindrance}};
 }
 
 }  // namespace ov

@@ -28,6 +28,7 @@ struct ScriptAnswer {
   QString path;
   QList<ScriptTrial> trials;
   QStringList events;  ///< "ID VALUES", as the monitor would raise them at its first poll
+  QString hindrance;   ///< why it raises none of them now; empty if it does
 };
 
 /// Runs the script as its monitor would, and adds what is wrong with it to the findings.

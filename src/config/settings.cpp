@@ -69,16 +69,18 @@ bool Settings::isAllowed(std::string_view id) const {
   return allowedEvents_.contains(QString::fromLatin1(id.data(), static_cast<int>(id.size())));
 }
 
+std::optional<std::int32_t> Settings::integerFrom(const QString &text) {
+  bool isInteger = false;
+  const std::int32_t value = text.toInt(&isInteger, 10);
+  return isInteger ? std::optional(value) : std::nullopt;
+}
+
 void Settings::ApplyInteger(const char *key, std::int32_t &field) const {
   const auto entry = rawValues_.constFind(QLatin1String(key));
   if (entry == rawValues_.cend()) {
     return;
   }
-  bool valid = false;
-  const std::int32_t value = entry->toInt(&valid, 10);
-  if (valid) {
-    field = value;
-  }
+  field = integerFrom(*entry).value_or(field);
 }
 
 void Settings::ApplyText(const char *key, QString &field) const {

@@ -5,6 +5,7 @@
 #include <QSet>
 #include <QString>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace ov {
@@ -33,6 +34,9 @@ class Settings {
   /// regular file.
   static QHash<QString, QString> readSettingsFile(
       const QString &path = QLatin1String(kSettingsPath));
+
+  /// The value of a key that holds a number, or nothing if it is no decimal integer.
+  static std::optional<std::int32_t> integerFrom(const QString &text);
 
   /// Prints "<key>: <value>" for every entry last read, in no particular order.
   void dumpSettings() const;

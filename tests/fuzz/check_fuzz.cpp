@@ -23,7 +23,7 @@ void Run(const Sections &sections) {
             sections.size() > 1 ? sections[1] : QByteArray());
   const SettingsFile settings(settingsPath);
   const DefinitionsFile definitions(definitionsPath);
-  for (const QString &key : kSettingsKeys) {
+  for (const QString &key : SettingsKeys()) {
     ExpectSame("line of a key", settings.LineOf(key) != nullptr, settings.Entries().contains(key));
   }
   Findings findings;

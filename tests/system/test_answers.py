@@ -55,11 +55,19 @@ SETTINGS_CASES = [
     Case("list-value", "allowed=perf01,sys05", [], "allowed=perf01"),
     Case("list-value", "formatString=[ID],[VAL]", [b""], 'formatString="[ID],[VAL]"',
          [b"perf01,95"]),
+    Case("list-value", "port=5514,5515", [], "port=5514"),
+    Case("cut-at-semicolon", 'allowed=; perf01', [], 'allowed="perf01" ; sys05'),
     Case("cut-at-semicolon", "formatString=[ID];[VAL]", [b"perf01"], 'formatString="[ID];[VAL]"',
          [b"perf01;95"]),
     Case("cut-at-semicolon", "host=127.0.0.1;x", [LINE], "host=localhost ; x"),
     Case("changed-by-escape", r"formatString=[ID]\[[VAL]", [b"perf0195"],
          r"formatString=[ID]\\\"\x5b[VAL]", [b'perf01\\"[95']),
+    Case("changed-by-escape", r'formatString="Stra\xdfe[ID]"', ["Stra\u0dfeperf01".encode()],
+         r'formatString="Stra\xdf""e[ID]"', ["Straßeperf01".encode()]),
+    Case("changed-by-escape", "protocol=syslog-udp\\\nallowed=perf01", [],
+         "protocol=syslog-udp\nallowed=perf01 \\\nsys05"),
+    Case("special-value", "formatString=@Invalid()", [b""], "formatString=@Size([ID])",
+         [b"@Size(perf01)"]),
     Case("special-value", "formatString=@@[ID]", [b"@perf01"], "formatString=@-[ID]",
          [b"@-perf01"]),
     Case("special-value", "formatString=@ByteArray([ID])", [b"perf01"],
@@ -67,6 +75,9 @@ SETTINGS_CASES = [
     Case("not-latin1", "formatString=ü[ID]", ["Ã¼perf01".encode()], r"formatString=\xfc[ID]",
          ["üperf01".encode()]),
     Case("byte-order-mark", "\ufeffallowed=perf01", [], "allowed=perf01"),
+    Case("byte-order-mark", "\ufeffallowed=perf01", [], "\ufeff; comment\nallowed=perf01"),
+    Case("key-in-section", "\ufeff[Network]\nallowed=perf01", [], "\ufeff[General]\nallowed=perf01",
+         line=2),
     Case("key-in-section", "[Network]\nformatString=[ID]", [LINE], "[General]\nformatString=[ID]",
          [b"perf01"], line=6, is_last=True),
     Case("unknown-key", "Allowed=perf01\nallowed=", [], "allowed=perf01", level="warning"),
@@ -81,6 +92,8 @@ SETTINGS_CASES = [
     Case("unknown-protocol", "protocol=SYSLOG-TCP", [LINE], "protocol=syslog-udp"),
     Case("no-host", "host=", [], "host=127.0.0.1"),
     Case("host-not-ipv4", "host=127.0.0.1:5514", [], "host=127.0.0.1"),
+    Case("host-not-ipv4", "host=127.0.0.300", [], "host=localhost"),
+    Case("host-not-ipv4", "host='127.0.0.1'", [], "host=127.1"),
     Case("nothing-allowed", "allowed=", [], "allowed=perf01"),
     Case("allowed-separator", 'allowed="perf01,sys05"', [], "allowed=perf01"),
     Case("allowed-case", "allowed=PERF01", [], "allowed=perf01"),
@@ -144,6 +157,7 @@ DEFINITIONS_CASES = [
          [b"perf01 second info <30>"], ["perf01,CPU,first,warn"], [b"perf01 first warn <28>"],
          level="warning"),
     Case("indented-comment", [" # perf01,CPU,high,warn"], [], [ROW]),
+    Case("indented-comment", ["; perf01,CPU,high,warn"], [], [ROW]),
     Case("header-row", ["id,label,description,severity"], [b"id description severity <23>"],
          ["# id,label,description,severity", ROW], level="warning", event="id"),
     Case("line-too-long", ["perf01,CPU," + "x" * 1010 + ",warn"],
@@ -201,7 +215,9 @@ def test_fallback_beside_the_definitions_adds_nothing(sandbox):
 
 def test_unreadable_definitions_are_an_error_and_every_event_is_dropped(sandbox):
     sandbox.write_settings(**BASE)
-    sandbox.sh(f"mkdir {DEFINITIONS}")
+    sandbox.sh(f"mkfifo {DEFINITIONS}")
+    assert f"error unreadable-definitions {DEFINITIONS}" in Check(sandbox).findings("--offline")
+    sandbox.sh(f"rm {DEFINITIONS}; mkdir {DEFINITIONS}")
     assert f"error unreadable-definitions {DEFINITIONS}" in Check(sandbox).findings("--offline")
     service = sandbox.start_listening_service()
     sandbox.send("perf01", "95")

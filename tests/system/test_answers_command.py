@@ -11,6 +11,7 @@ import pytest
 
 from support.answers import PAGES, Check
 from support.collectors import TcpCollector, UdpCollector
+from support.monitors import Script
 from support.polling import wait_until
 from support.sandbox import DEFINITIONS, REPOSITORY, ROW, SETTINGS, UDP, Sandbox
 
@@ -121,6 +122,30 @@ def test_other_files_are_checked_where_they_are_named(sandbox, check):
         found)
 
 
+def test_key_can_neither_end_a_finding_nor_steer_the_terminal(sandbox, check):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**{"%0Aforged%1b[31m": "x", **UDP})
+    assert check.run("--offline").lines[0].startswith(
+        f"{SETTINGS}:1: warning: the service does not know the key `\\nforged\\x1b[31m`")
+
+
+@pytest.mark.parametrize("row, columns", [
+    ("perf01,e,error occurred,error", [25]), ("xsys,a,b,c, d", [10, 13])], ids=["severity", "more"])
+def test_column_of_a_definition_is_that_of_its_culprit(sandbox, check, row, columns):
+    sandbox.write_definitions(row)
+    sandbox.write_settings(**UDP)
+    assert [finding["column"] for finding in check.json("--offline")["findings"]
+            if finding.get("file") == DEFINITIONS] == columns
+
+
+def test_place_in_a_value_of_several_lines_is_in_its_own_line(sandbox, check):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings_bytes(b"host=h\nallowed=perf01 \\\n perf01,perf02\n")
+    [finding] = [finding for finding in check.json("--offline")["findings"]
+                 if finding["cause"] == "list-value"]
+    assert (finding["line"], finding["column"]) == (3, 8)
+
+
 def test_examples_lack_a_host_and_allowed_events_alone(sandbox, check):
     for name, path in (("ov-event-logger.ini", SETTINGS), ("ov-event-def.csv", DEFINITIONS)):
         sandbox.path(path).write_bytes((REPOSITORY / "examples" / name).read_bytes())
@@ -128,9 +153,11 @@ def test_examples_lack_a_host_and_allowed_events_alone(sandbox, check):
         "nothing-allowed", "no-host"]
 
 
-def test_answer_takes_less_than_three_tenths_of_a_second(sandbox, check):
-    sandbox.write_definitions(*(f"e{number:05},label,text,info" for number in range(10_000)))
-    sandbox.write_settings(**{**UDP, "allowed": "e00001"})
+@pytest.mark.parametrize("definitions, findings", [(10_000, 0), (10, 5_000)])
+def test_answer_takes_less_than_three_tenths_of_a_second(sandbox, check, definitions, findings):
+    sandbox.write_definitions(*(f"e{number:05},label,text,info" for number in range(definitions)))
+    sandbox.write_settings(**{**UDP, "allowed": "e00001"},
+                           **{f"#{number}": number for number in range(findings)})
     sandbox.start_listening_service()
     # Processor time, since other tests run at the same time; nothing here waits.
     process = sandbox.run("bash", "-c", 'TIMEFORMAT="%U %S"; time "$0" event e00001',
@@ -186,9 +213,26 @@ def test_event_that_is_not_forwarded_has_no_line(sandbox, check):
     assert process.status == 1
 
 
+def test_event_that_is_not_defined_is_told_the_one_that_was_meant(sandbox, check):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**UDP)
+    assert check.run("event", "PERF01").lines[1] == (
+        f"definition  none in {DEFINITIONS}; is it perf01?")
+
+
+@pytest.mark.parametrize("protocol, is_found", [("syslog-tcp", True), ("syslog-udp", False)])
+def test_line_feed_in_the_values_is_found_over_tcp(sandbox, check, protocol, is_found):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**{**UDP, "protocol": protocol})
+    found = check.findings("--offline", "event", "perf01", "a\nb")
+    assert (f"error line-break {SETTINGS}:{list(UDP | {'protocol': ''}).index('protocol') + 1}"
+            in found) == is_found
+
+
 def test_event_shows_only_the_findings_that_touch_it(sandbox, check):
     sandbox.write_definitions(ROW, "sys05,label,text,warning")
-    sandbox.write_settings(**{**UDP, "formatString": "<[PRI]>1 [ID]", "allowed": "perf01 sys09"})
+    sandbox.write_settings(**{**UDP, "formatString": "<[PRI]> [DATE] [ID]", "usbDevMon": "x",
+                              "allowed": "perf01 sys09"})
     assert check.findings("--offline", "event", "perf01") == [
         f"note event-without-monitor {SETTINGS}:1"]
 
@@ -211,6 +255,13 @@ def test_settings_show_each_key_with_its_origin_and_a_digest(sandbox, check):
     assert re.fullmatch("SHA-256  [0-9a-f]{64}", lines[-1])
 
 
+def test_settings_that_are_missing_are_a_finding_beside_the_defaults(sandbox, check):
+    process = check.run("settings")
+    assert process.status == 1
+    assert process.lines[-2].startswith(f"{SETTINGS}: error: there is no such file")
+    assert check.json("settings")["findings"][0]["cause"] == "no-settings"
+
+
 def test_digest_is_that_of_the_settings_and_not_of_the_file(sandbox, check):
     def digest(text):
         sandbox.write_settings_bytes(text.encode())
@@ -231,6 +282,26 @@ def test_script_shows_each_line_and_what_the_monitor_makes_of_it(sandbox, check,
         '  "mem=3"  mem is 3.00 %, below the threshold of 80 %',
         '  "disk=80"  disk is 80.00 %, which reaches the threshold of 80 %',
         "raises perf01 95.00% > 80.00%", "raises perf03 80.00% > 80.00%"]
+
+
+def test_script_of_a_monitor_that_is_off_raises_nothing_yet(sandbox, check, usb_script):
+    usb_script.answer("v" * 200 + "\n")
+    sandbox.write_settings(allowed="sys05")
+    assert check.run("script", "usb-devices.sh").lines[-2:] == [
+        f"would raise sys05 {'v' * 127}, but `usbDevMon` is off", "0 errors, 0 warnings, 0 notes"]
+
+
+@pytest.mark.parametrize("name, ends", [
+    ("usb-devices.sh", "kill -9 $$"), ("vmw-signin-status.sh", "exit 1")])
+def test_script_that_fails_and_prints_nothing_is_unusable(sandbox, check, name, ends):
+    Script(sandbox, name).write_shell(ends)
+    assert "error script-unusable" in check.findings("script", name)
+
+
+def test_only_the_last_reading_of_a_resource_counts(sandbox, check, perf_script):
+    perf_script.answer("cpu=100\ncpu=5\nmem=1\ndisk=1\n")
+    sandbox.write_settings(perfMon=1, allowed="perf01")
+    assert check.findings("script", "perf.sh") == []
 
 
 # Causes, pages and tests

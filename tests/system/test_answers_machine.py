@@ -91,6 +91,22 @@ def test_settings_that_the_user_of_the_service_may_not_read_do_not_take_effect(s
 
 
 @with_users
+def test_definitions_that_the_user_of_the_service_may_not_read_define_nothing(sandbox, check):
+    sandbox.write_definitions(ROW)
+    sandbox.write_settings(**UDP)
+    sandbox.path("/tmp").chmod(0o1777)
+    service = sandbox.start(*NOBODY, sandbox.executable, "-s")
+    service.wait_for_cycle(1)
+    assert "unreadable-definitions" not in "".join(check.findings())
+    sandbox.path(DEFINITIONS).chmod(0o600)
+    assert f"error unreadable-definitions {DEFINITIONS}" in check.findings()
+    service.kill()
+    sandbox.sh("rm -f /tmp/ov-events")
+    service = sandbox.start(*NOBODY, sandbox.executable, "-s")
+    service.wait_for_error_line(f'Unable to open file: {DEFINITIONS}')
+
+
+@with_users
 def test_script_runs_with_the_rights_of_the_service(sandbox, check, usb_script):
     usb_script.answer("usb1\n")
     sandbox.write_settings(**settings("usbDevMon", allowed=["sys05"]))

@@ -47,6 +47,9 @@ Extent NextLine(const QByteArray &contents, int &position) {
       while (i < size && !IsLineEnd(contents[i])) {
         ++i;
       }
+      while (i < size && IsSpace(contents[i])) {
+        ++i;
+      }
       start = i;
     } else if (IsLineEnd(character) && isFirst) {
       ++start;

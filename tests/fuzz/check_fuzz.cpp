@@ -1,6 +1,8 @@
 // What ov-event-check makes of any two files. Sections: the settings file, then the definitions
-// file. Each entry that Qt's reader and the service's find must have a line, and that line must be
-// the last of its key.
+// file. A key must have a line exactly if the service's reader finds the key. Without that line the
+// reader must find it exactly if an earlier line has it too.
+#include <algorithm>
+
 #include "check/check_definitions.h"
 #include "check/check_settings.h"
 #include "check/check_template.h"
@@ -14,6 +16,22 @@
 #include "support.h"
 
 namespace ov::fuzz {
+namespace {
+
+void ExpectLineToCount(const SettingsFile &settings, const QString &key) {
+  const SettingsLine &line = *settings.LineOf(key);
+  QByteArray without = settings.Contents();
+  without.replace(line.start, line.text.size(), QByteArray(line.text.size(), ' '));
+  PlaceFile(kSettingsPath, true, without);
+  const auto lines = std::count_if(settings.Lines().begin(), settings.Lines().end(),
+                                   [&key](const SettingsLine &other) {
+                                     return other.valueStart > 0 && other.KeyWithSection() == key;
+                                   });
+  ExpectSame("key without its line",
+             Settings::readSettingsFile(QLatin1String(kSettingsPath)).contains(key), lines > 1);
+}
+
+}  // namespace
 
 void Run(const Sections &sections) {
   const QString settingsPath = QLatin1String(kSettingsPath);
@@ -25,6 +43,9 @@ void Run(const Sections &sections) {
   const DefinitionsFile definitions(definitionsPath);
   for (const QString &key : SettingsKeys()) {
     ExpectSame("line of a key", settings.LineOf(key) != nullptr, settings.Entries().contains(key));
+    if (settings.LineOf(key) != nullptr) {
+      ExpectLineToCount(settings, key);
+    }
   }
   Findings findings;
   const HostIdentity host{QStringLiteral("192.0.2.1"), QStringLiteral("tc-0042")};

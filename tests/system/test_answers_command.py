@@ -380,6 +380,17 @@ def mutated(text, chance):
     return bytes(content)
 
 
+def in_force(**printed):
+    """What the values that a service printed mean."""
+    def number(key):
+        return printed[key] if re.fullmatch(r"[+-]?\d+", printed[key]) else None
+    allowed = {event.strip() for event in printed.get("allowed", "").split(" ")} - {""}
+    tcp = printed.get("protocol") == "syslog-tcp"
+    return {**{key: str(int(number(key))) for key in printed if number(key)}, **{
+        key: printed[key] for key in ("formatString", "host") if key in printed},
+        "allowed": " ".join(sorted(allowed)), "protocol": f"syslog-{'tcp' if tcp else 'udp'}"}
+
+
 @pytest.mark.slow
 def test_answers_about_random_files_are_those_of_the_service(sandbox, check):
     collector = UdpCollector(sandbox)
@@ -393,11 +404,10 @@ def test_answers_about_random_files_are_those_of_the_service(sandbox, check):
         service = sandbox.start_service(env=sandbox.short_pauses())
         service.wait_for_cycle(1)
 
-        answers = {setting["key"]: setting["value"]
-                   for setting in check.json("settings")["settings"] if "line" in setting}
-        for key in ("formatString", "host"):
-            if key in answers:
-                assert f"{key}: {answers[key]}\n".encode() in service.stdout_bytes, settings
+        printed = dict(re.findall(r"^(\w+): (.*)$", service.stdout, re.M))
+        for setting in check.json("settings")["settings"]:
+            if "line" in setting:
+                assert setting["value"] == in_force(**printed)[setting["key"]], settings
 
         arrived = len(collector.messages)
         expected = []

@@ -18,7 +18,8 @@ class TemplateCheck {
         definitions_(definitions),
         host_(host),
         findings_(findings),
-        text_(settings.InForce().formatString()) {}
+        text_(settings.InForce().formatString()),
+        start_(settings.InForce().protocol() == Protocol::kTcp ? text_.trimmed() : text_) {}
 
   void CheckAll() {
     CheckTokens();
@@ -51,9 +52,10 @@ class TemplateCheck {
             word);
       }
     }
-    if (!Has("[PRI]")) {
-      Add("no-priority", QStringLiteral("the template has no [PRI]: collectors take every line for "
-                                        "user.notice. Begin it with <[PRI]>"));
+    if (!start_.startsWith(QLatin1String("<[PRI]>"))) {
+      Add("no-priority",
+          QStringLiteral("the template does not begin with <[PRI]>: collectors take every line for "
+                         "user.notice, or for a number in brackets there. Begin it with <[PRI]>"));
     }
     if (!Has("[ID]")) {
       Add("no-event-id",
@@ -62,40 +64,46 @@ class TemplateCheck {
     }
   }
 
+  // The headers that rsyslog and syslog-ng both take: a time as RFC 3164 has it, also behind a
+  // blank, or the header of RFC 5424, whose time cannot be ours and whose words hold no blank.
   void CheckHeader() {
-    static const QRegularExpression kHeader(QStringLiteral("^<\\[PRI\\]>( ?\\[DATE\\] |1 )"));
-    if (!kHeader.match(text_).hasMatch()) {
+    static const QRegularExpression kHeader(
+        QStringLiteral("^(<(\\[PRI\\]|[0-9]{1,3})>)?"
+                       "( ?\\[DATE\\](:? |$)|"
+                       "1 - ((?!\\S*\\[(DATE|DESC|VAL)\\])\\S+ ){4}(-( |$)|\\[\\S+@))"));
+    if (!kHeader.match(start_).hasMatch()) {
       Add("no-header",
-          QStringLiteral("rsyslog and syslog-ng know no header like this: they take the "
-                         "time of receipt and the sender's address for the line's"));
+          QStringLiteral("rsyslog or syslog-ng finds no header here: it takes the time of receipt "
+                         "for the event's, and the sender's address or words of the text for the "
+                         "host and the program. Begin the template with <[PRI]>[DATE] [NAME] "
+                         "ov-event-logger:"));
     }
   }
 
-  // A collector that hears TCP takes a number at the beginning for the length of the line (RFC
-  // 6587, section 3.4.1).
+  // rsyslog takes a number at the beginning for the length of the line (RFC 6587, section 3.4.1).
   void CheckStart() {
     if (settings_.InForce().protocol() != Protocol::kTcp) {
       return;
     }
-    const QString start = text_.trimmed();
     const bool idsBeginWithDigit =
         std::any_of(definitions_.Ids().begin(), definitions_.Ids().end(), [](const QString &id) {
           return id.left(1).contains(QRegularExpression(QStringLiteral("[0-9]")));
         });
-    if (start.left(1).contains(QRegularExpression(QStringLiteral("[0-9]"))) ||
-        start.startsWith(QLatin1String("[PRI]")) || start.startsWith(QLatin1String("[IP]")) ||
-        (start.startsWith(QLatin1String("[ID]")) && idsBeginWithDigit)) {
+    if (start_.left(1).contains(QRegularExpression(QStringLiteral("[0-9]"))) ||
+        start_.startsWith(QLatin1String("[PRI]")) || start_.startsWith(QLatin1String("[IP]")) ||
+        (start_.startsWith(QLatin1String("[ID]")) && idsBeginWithDigit)) {
       Add("starts-with-digit",
-          QStringLiteral("lines begin with a digit: over TCP a collector takes the number for the "
-                         "length of the line and cuts there. Begin the template with <[PRI]>"));
+          QStringLiteral("lines begin with a digit: over TCP rsyslog takes the number for the "
+                         "length of the line, and cuts, joins or drops lines. Begin the template "
+                         "with <[PRI]>"));
     }
   }
 
   void CheckLineBreaks() {
     if (text_.contains(QLatin1Char('\n')) || text_.contains(QLatin1Char('\r'))) {
       Add("line-break",
-          QStringLiteral("the template holds a line break: over TCP each event becomes "
-                         "several lines, and over UDP a line with a control character. "
+          QStringLiteral("the template holds a line break: over TCP a line feed makes several "
+                         "lines of each event, otherwise a control character stands in the line. "
                          "Remove it, and close every double quote"));
     }
   }
@@ -128,6 +136,7 @@ class TemplateCheck {
   const HostIdentity &host_;
   Findings &findings_;
   const QString text_;
+  const QString start_;  // the text as its first line goes out: over TCP without blanks around it
 };
 
 }  // namespace

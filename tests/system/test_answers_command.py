@@ -15,6 +15,8 @@ from support.monitors import Script
 from support.polling import wait_until
 from support.sandbox import DEFINITIONS, REPOSITORY, ROW, SETTINGS, UDP, Sandbox
 
+HEADER = "<[PRI]>1 - [NAME] - - [ID] -"  # of RFC 5424: there is nothing to say about it
+
 
 @pytest.fixture
 def sandbox():
@@ -57,7 +59,7 @@ def test_help_and_version_are_printed(check):
 
 def test_finding_is_one_line_as_compilers_print_it(sandbox, check):
     sandbox.write_definitions(ROW)
-    sandbox.write_settings(**{**UDP, "allowed": "perf01,sys05", "formatString": "<[PRI]>1 [ID]"})
+    sandbox.write_settings(**{**UDP, "allowed": "perf01,sys05", "formatString": HEADER})
     process = check.run("--offline")
     assert process.stdout == (
         f"{SETTINGS}:1: error: the service reads an empty text, since an unquoted comma makes a "
@@ -68,7 +70,7 @@ def test_finding_is_one_line_as_compilers_print_it(sandbox, check):
 
 def test_terminal_gets_colours_and_a_caret_under_the_place(sandbox, check):
     sandbox.write_definitions(ROW)
-    sandbox.write_settings(**{**UDP, "allowed": "perf01,sys05", "formatString": "<[PRI]>1 [ID]"})
+    sandbox.write_settings(**{**UDP, "allowed": "perf01,sys05", "formatString": HEADER})
     reader, writer = pty.openpty()
     check.run("--offline", stdout=writer)
     shown = os.read(reader, 4096).decode().replace("\r", "").split("\n")
@@ -88,7 +90,7 @@ def test_place_of_an_identifier_is_that_of_the_whole_word(sandbox, check):
 
 def test_findings_come_by_file_and_line_and_those_of_the_machine_last(sandbox, check):
     sandbox.write_definitions("perf01,CPU", "sys05,a,b,warning")
-    sandbox.write_settings(x=1, facility="a", **{**UDP, "formatString": "<[PRI]>1 [ID]"})
+    sandbox.write_settings(x=1, facility="a", **{**UDP, "formatString": HEADER})
     found = [line.split(maxsplit=2) for line in check.findings()]
     places = [line[2] if len(line) > 2 else "" for line in found]
     assert places == [*(f"{SETTINGS}:{line}" for line in (1, 2, 3, 3)), f"{DEFINITIONS}:1",
@@ -190,15 +192,15 @@ def test_line_of_an_event_is_the_one_that_the_collector_gets(
 def test_event_is_answered_step_by_step(sandbox, check):
     sandbox.write_definitions("# comment", "app01,Application,It has failed,err")
     sandbox.write_settings(**{**UDP, "allowed": "app01",
-                              "formatString": "<[PRI]>1 [NAME] [IP] [ID]"})
+                              "formatString": "<[PRI]>1 - [NAME] [IP] - [ID] -"})
     process = check.run("--offline", "event", "app01", "95")
     assert process.stdout == f"""\
 record      identifier "app01", values "95"
 definition  {DEFINITIONS}:2: app01,Application,It has failed,err
 allowed     yes, {SETTINGS}:1
 priority    27: daemon.err
-length      29 bytes over UDP
-line        <27>1 tc-0042 192.0.2.1 app01
+length      35 bytes over UDP
+line        <27>1 - tc-0042 192.0.2.1 - app01 -
 0 errors, 0 warnings, 0 notes
 """
 
@@ -231,7 +233,7 @@ def test_line_feed_in_the_values_is_found_over_tcp(sandbox, check, protocol, is_
 
 def test_event_shows_only_the_findings_that_touch_it(sandbox, check):
     sandbox.write_definitions(ROW, "sys05,label,text,warning")
-    sandbox.write_settings(**{**UDP, "formatString": "<[PRI]> [DATE] [ID]", "usbDevMon": "x",
+    sandbox.write_settings(**{**UDP, "formatString": HEADER, "usbDevMon": "x",
                               "allowed": "perf01 sys09"})
     assert check.findings("--offline", "event", "perf01") == [
         f"note event-without-monitor {SETTINGS}:1"]

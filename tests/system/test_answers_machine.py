@@ -1,12 +1,15 @@
 """What ov-event-check says about the machine, and that it is so."""
 
 import signal
+import time
 
 import pytest
 
 from support.answers import NOBODY, Check, has_users
 from support.collectors import TcpCollector
-from support.monitors import STATUS_FILE, settings, write_status
+from support.monitors import (
+    PGREP, STATUS_FILE, arrived, own_pgrep, reload, settings, start_client, start_monitors,
+    wait_until_checked, write_status)
 from support.polling import wait_until
 from support.records import make_record
 from support.sandbox import DEFINITIONS, ROW, SERVICE_SOCKET, SETTINGS, TCP, UDP, Sandbox
@@ -158,17 +161,26 @@ def test_descriptors_are_used_up_over_tcp_alone(sandbox, check, protocol, is_fou
 
 def test_machine_without_an_address_holds_events_back(sandbox, check):
     service = start(sandbox)
-    assert "warning loopback-only" in causes(check)
     assert "error no-address" not in causes(check)
     sandbox.hold_events()
     assert "error no-address" in causes(check)
     service.wait_for_line("> Client address is unknown")
 
 
-def test_machine_with_an_interface_has_more_than_the_loopback(sandbox, check):
-    sandbox.add_interface("eth0", "192.168.1.20/24")
-    start(sandbox)
-    assert "warning loopback-only" not in causes(check)
+@pytest.mark.parametrize("address, is_found", [("127.0.0.1", True), ("192.168.1.20", False)])
+def test_lines_name_the_loopback_while_there_is_nothing_else(
+        sandbox, udp_collector, check, address, is_found):
+    if not is_found:
+        sandbox.add_interface("eth0", f"{address}/24")
+    service = start(sandbox, env=sandbox.short_pauses(), formatString="[IP]")
+    assert ("warning loopback-only" in causes(check)) == is_found
+    sandbox.send("perf01")
+    assert udp_collector.wait_for(1) == [address.encode()]
+    sandbox.reload(service, 2, host="192.168.1.99")  # a collector elsewhere
+    sandbox.send("perf01")
+    service.wait_for_line(">>> " + address, 2)
+    service.wait_until_idle()
+    assert ("Error sending message" in service.lines) == is_found
 
 
 def test_name_that_does_not_resolve_is_an_error(sandbox, check):
@@ -246,11 +258,20 @@ def test_script_that_gives_nothing_is_an_error(
         [] if cause else [b"sys05 usb1"])
 
 
-@pytest.mark.slow
-def test_script_that_runs_for_more_than_half_a_minute_is_slow(sandbox, check, usb_script):
-    usb_script.write_shell("echo usb1; sleep 1000")
-    sandbox.write_settings(usbDevMon=1, allowed="sys05")
-    assert "error script-slow" in causes(check)
+@pytest.mark.parametrize("seconds, is_slow", [
+    pytest.param(1000, True, marks=pytest.mark.slow), (1, False)], ids=["slow", "in-time"])
+def test_slow_script_is_killed_and_what_it_printed_until_then_is_used(
+        sandbox, udp_collector, check, usb_script, seconds, is_slow):
+    usb_script.write_shell(f"echo usb1; echo $$ >>/tmp/numbers; exec sleep {seconds}")
+    began = time.monotonic()
+    start_usb(sandbox)
+    wait_until(sandbox.path("/tmp/numbers").exists, "the first run")
+    answer = sandbox.start(check.program)  # beside the service
+    assert udp_collector.wait_for(1, deadline=60) == [b"sys05 usb1"]
+    assert (time.monotonic() - began >= 30) == is_slow
+    sandbox.sh('read -r first </tmp/numbers; [ ! -e "/proc/$first" ]')
+    answer.wait()
+    assert ("[script-slow]" in answer.stdout) == is_slow
 
 
 @pytest.mark.parametrize("output, is_unusable", [
@@ -282,30 +303,54 @@ def test_reading_that_is_too_long_ends_the_service(sandbox, check, perf_script, 
         assert service.is_running()
 
 
-def test_same_answer_for_success_and_error_is_unusable(sandbox, udp_collector, check,
-                                                       signin_script):
-    signin_script.answer("x\n")
-    signin_script.write("#!/bin/sh\necho me\n")
-    sandbox.write_settings(**settings("vmwSigninMon", allowed=["sec03", "sec04"]))
-    assert "error script-unusable" in causes(check)
-    signin_script.write("#!/bin/sh\n[ $1 = error ] || echo me\n")
-    assert "error script-unusable" not in causes(check)
+@pytest.mark.parametrize("commands, events", [
+    ("echo me", [b"sec03 me\n", b"sec04 me\n"]),
+    ("[ $1 = error ] || echo me", [b"sec03 me\n"])], ids=["same", "different"])
+def test_same_answer_for_success_and_error_raises_both_events(
+        sandbox, udp_collector, check, signin_script, commands, events):
+    signin_script.write_shell(commands)
+    pgrep, env = own_pgrep(sandbox)
+    start_client(sandbox)
+    start_monitors(sandbox, "vmwSigninMon", env=env)
+    pgrep.wait_for_runs(3)  # twice after the sign-in was looked at
+    assert arrived(sandbox, udp_collector) == events
+    assert ("error script-unusable" in causes(check)) == (len(events) == 2)
 
 
-def test_missing_pgrep_is_an_error(sandbox, check, signin_script):
-    signin_script.write("#!/bin/sh\n[ $1 = error ] || echo me\n")
-    sandbox.write_settings(**settings("vmwSigninMon"))
+def test_without_pgrep_in_the_path_of_the_service_no_sign_in_arrives(
+        sandbox, udp_collector, check, signin_script):
+    signin_script.write_shell("[ $1 = error ] || echo me")
+    pgrep, env = own_pgrep(sandbox)
+    pgrep.path.unlink()
+    start_client(sandbox)
+    service = start_monitors(sandbox, "vmwSigninMon", env=env)
+    assert "error no-pgrep" in causes(check)
+    service.wait_for_pauses(3)
+    assert arrived(sandbox, udp_collector) == []
+    pgrep.write_shell(PGREP)
     assert "error no-pgrep" not in causes(check)
-    sandbox.path("/tmp/bin").mkdir()
-    sandbox.sh("ln -s /bin/sh /tmp/bin/sh")
-    assert "error no-pgrep" in causes(check, env={"PATH": "/tmp/bin"})
+    pgrep.wait_for_runs(3)
+    assert arrived(sandbox, udp_collector) == [b"sec03 me\n"]
 
 
-def test_status_of_the_agent_is_a_note(sandbox, check):
-    sandbox.write_settings(**settings("agentConnMon"))
-    write_status(sandbox, "1", "2", "CONNECTED")
-    [finding] = [finding for finding in check.json()["findings"]
-                 if finding["cause"] == "status-file"]
-    assert finding["sentence"] == f'{STATUS_FILE} says "CONNECTED"'
-    sandbox.write_settings(**settings())
-    assert "note status-file" not in causes(check)
+def status_note(check):
+    return [finding["sentence"] for finding in check.json()["findings"]
+            if finding["cause"] == "status-file"]
+
+
+def test_status_of_the_agent_is_a_note_and_raises_what_it_says(sandbox, udp_collector, check):
+    service = start_monitors(sandbox, "agentConnMon")
+    nothing = (f"{STATUS_FILE} has no third line to read: the connection counts as not yet tried, "
+               "or, after a status, as failed")
+    for lines, note, events in [
+            ([], nothing, []), (["1", "2", "CONNECTED"], "CONNECTED", [b"net02 "]),
+            (["1", "2", "LOST", "4"], "LOST", [b"net03 LOST"]), (["1", "2"], nothing, [b"net03 "]),
+            (["1", "2", "CONNECTING..."], "CONNECTING...", [])]:
+        before = arrived(sandbox, udp_collector)
+        write_status(sandbox, *lines)
+        wait_until_checked(service)
+        assert status_note(check) == [
+            note if note == nothing else f'{STATUS_FILE} says "{note}"']
+        assert arrived(sandbox, udp_collector) == before + events
+    reload(sandbox, service, 2)
+    assert status_note(check) == []

@@ -2,14 +2,8 @@
 
 import pytest
 
-from support.monitors import STATUS_FILE, arrived, reload, start_monitors, write_status
-from support.polling import wait_until
-
-
-def wait_until_checked(service):
-    """Waits until a check has ended that began after this call: each tells its status first."""
-    before = len(service.error_lines)
-    wait_until(lambda: len(service.error_lines) >= before + 3, lambda: service.error_lines)
+from support.monitors import (
+    STATUS_FILE, arrived, reload, start_monitors, wait_until_checked, write_status)
 
 
 def events_of(sandbox, collector, *statuses, **settings):

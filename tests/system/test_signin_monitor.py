@@ -2,26 +2,15 @@
 
 import pytest
 
-from support.monitors import Script, arrived, reload, start_client, start_monitors
+from support.monitors import arrived, own_pgrep, reload, start_client, start_monitors
 
 CHECKING = "VmwSigninMon: check status"
 ALICE = "x:alice:CORP:y\n"
 OUTCOMES = {"success": ["ok\n"], "error": ["failed\n"]}
-PGREP = """echo "$#" "$*" >>/tmp/pgrep.calls
-exec /usr/bin/pgrep "$@"
-"""
 
 
 def start(sandbox, **settings):
     return start_monitors(sandbox, "vmwSigninMon", **settings)
-
-
-def own_pgrep(sandbox, commands=PGREP):
-    """A pgrep that notes its runs, and the environment of a service that finds it."""
-    sandbox.path("/tmp/bin").mkdir()
-    pgrep = Script(sandbox, "pgrep", "/tmp/bin")
-    pgrep.write_shell(commands)
-    return pgrep, {**sandbox.short_pauses(), "PATH": "/tmp/bin"}
 
 
 @pytest.mark.parametrize("words, allowed, events, runs", [

@@ -28,6 +28,10 @@ echo $((run + 1)) >next
 exec /bin/cat "$run"
 """
 
+PGREP = """echo "$#" "$*" >>/tmp/pgrep.calls
+exec /usr/bin/pgrep "$@"
+"""
+
 
 class Script:
     """A script that the service runs, kept as the test last wrote it."""
@@ -133,11 +137,26 @@ def start_client(sandbox):
     return client
 
 
+def own_pgrep(sandbox, commands=PGREP):
+    """A pgrep that notes its runs, and the environment of a service that finds it."""
+    sandbox.path("/tmp/bin").mkdir()
+    pgrep = Script(sandbox, "pgrep", "/tmp/bin")
+    pgrep.write_shell(commands)
+    return pgrep, {**sandbox.short_pauses(), "PATH": "/tmp/bin"}
+
+
 def write_status(sandbox, *lines):
     """Replaces the agent's status file by one of these lines."""
     new = sandbox.path(STATUS_FILE + ".new")
     new.write_bytes("".join(f"{line}\n" for line in lines).encode())
     new.rename(sandbox.path(STATUS_FILE))
+
+
+def wait_until_checked(service):
+    """Waits until a check of the agent has ended that began after this call: each tells its status
+    first."""
+    before = len(service.error_lines)
+    wait_until(lambda: len(service.error_lines) >= before + 3, lambda: service.error_lines)
 
 
 def wait_until_nothing_is_left(service, monitors=0):

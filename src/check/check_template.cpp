@@ -24,9 +24,8 @@ class TemplateCheck {
   void CheckAll() {
     CheckTokens();
     CheckHeader();
-    CheckStart();
     CheckLineBreaks();
-    CheckLengths();
+    CheckLines();
   }
 
  private:
@@ -38,10 +37,15 @@ class TemplateCheck {
   bool Has(const char *token) const { return text_.contains(QLatin1String(token)); }
 
   void CheckTokens() {
-    static const QRegularExpression kLikeToken(QStringLiteral("\\[[A-Za-z_]+\\]"));
     const QStringList tokens = MessageFormatter().tokens();
+    static const QRegularExpression kLikeToken(
+        QStringLiteral("\\[ ?[A-Za-z][A-Za-z0-9_:-]* ?\\]|\\{[A-Z]+\\}|%[A-Z]+%"));
+    QStringList words;
     for (auto match = kLikeToken.globalMatch(text_); match.hasNext();) {
-      const QString word = match.next().captured();
+      words.append(match.next().captured());
+    }
+    words.removeDuplicates();
+    for (const QString &word : qAsConst(words)) {
       if (!tokens.contains(word)) {
         const QString meant = ClosestTo(word, tokens);
         Add("unknown-token",
@@ -80,25 +84,6 @@ class TemplateCheck {
     }
   }
 
-  // rsyslog takes a number at the beginning for the length of the line (RFC 6587, section 3.4.1).
-  void CheckStart() {
-    if (settings_.InForce().protocol() != Protocol::kTcp) {
-      return;
-    }
-    const bool idsBeginWithDigit =
-        std::any_of(definitions_.Ids().begin(), definitions_.Ids().end(), [](const QString &id) {
-          return id.left(1).contains(QRegularExpression(QStringLiteral("[0-9]")));
-        });
-    if (start_.left(1).contains(QRegularExpression(QStringLiteral("[0-9]"))) ||
-        start_.startsWith(QLatin1String("[PRI]")) || start_.startsWith(QLatin1String("[IP]")) ||
-        (start_.startsWith(QLatin1String("[ID]")) && idsBeginWithDigit)) {
-      Add("starts-with-digit",
-          QStringLiteral("lines begin with a digit: over TCP rsyslog takes the number for the "
-                         "length of the line, and cuts, joins or drops lines. Begin the template "
-                         "with <[PRI]>"));
-    }
-  }
-
   void CheckLineBreaks() {
     if (text_.contains(QLatin1Char('\n')) || text_.contains(QLatin1Char('\r'))) {
       Add("line-break",
@@ -108,26 +93,39 @@ class TemplateCheck {
     }
   }
 
-  void CheckLengths() {
-    const std::string values(kEventValuesSize - 1, 'v');
+  void CheckLines() {
+    // As long as values can be, and with a digit in front.
+    const std::string values = '1' + std::string(kEventValuesSize - 2, 'v');
     LineMaker maker(settings_.InForce(), host_);
+    const auto beginsWithDigit = [](const QByteArray &line) {
+      return !line.isEmpty() && line[0] >= '0' && line[0] <= '9';
+    };
+    bool isNumbered = beginsWithDigit(maker.LineFor(MakeEventRecord("", values.c_str()), {}));
     for (const DefinitionsLine &line : definitions_.Lines()) {
       if (!line.IsDefinition() || definitions_.LineOf(line.Id()) != &line) {
         continue;
       }
       const EventRecord record = MakeEventRecord(line.Id().toLatin1().constData(), values.c_str());
-      const int length = maker.LineFor(record, DefinitionFrom(line)).size();
-      if (length > kUsualLimit) {
+      const QByteArray bytes = maker.LineFor(record, DefinitionFrom(line));
+      isNumbered = isNumbered || beginsWithDigit(bytes);
+      if (bytes.size() > kUsualLimit) {
         findings_.Add(
             "line-too-long", definitions_.PlaceOf(line, 2),
             QStringLiteral("with %1 bytes of values the line has %2 bytes, more than the "
                            "%3 that every collector takes. Shorten the description or the "
                            "template")
                 .arg(values.size())
-                .arg(length)
+                .arg(bytes.size())
                 .arg(kUsualLimit),
             {line.Id()});
       }
+    }
+    // RFC 6587, section 3.4.1.
+    if (isNumbered && settings_.InForce().protocol() == Protocol::kTcp) {
+      Add("starts-with-digit",
+          QStringLiteral("lines begin with a digit: over TCP rsyslog takes the number for the "
+                         "length of the line, and cuts, joins or drops lines. Begin the template "
+                         "with <[PRI]>"));
     }
   }
 

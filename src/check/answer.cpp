@@ -49,12 +49,7 @@ class Answer {
     } else if (command == "event") {
       PrintEvent();
     } else if (command == "settings") {
-      const SettingsAnswer answer = AnswerFor(settings_);
-      text_ = AsText(answer);
-      document_ = AsJson(answer);
-      if (!settings_.IsReadable()) {
-        CheckSettings(settings_, definitions_, findings_);
-      }
+      PrintSettings();
     } else {
       PrintScript();
     }
@@ -100,6 +95,19 @@ class Answer {
     }
     text_ = AsText(answer);
     document_.insert(QStringLiteral("event"), AsJson(answer));
+  }
+
+  void PrintSettings() {
+    if (!settings_.IsReadable()) {
+      CheckSettings(settings_, definitions_, findings_);
+    }
+    // The values of a file that cannot be read remain unknown; without a file they are the
+    // defaults.
+    if (settings_.IsReadable() || !settings_.Exists()) {
+      const SettingsAnswer answer = AnswerFor(settings_);
+      text_ = AsText(answer);
+      document_ = AsJson(answer);
+    }
   }
 
   void PrintScript() {

@@ -59,11 +59,24 @@ class AllowedCheck {
               "%1 is not defined in %2: the service drops the event, or, if a monitor "
               "raises it, sends it without description and severity. Define it, or remove "
               "it here%3")
-              .arg(Quoted(id), definitions_.Path(),
-                   id.startsWith(QLatin1Char('#')) ? QStringLiteral(": a comment begins with \";\"")
-                                                   : QString()),
+              .arg(Quoted(id), definitions_.Path(), Hint(id)),
           {id});
     }
+  }
+
+  QString Hint(const QString &id) const {
+    static const QRegularExpression kOther(QStringLiteral("[^A-Za-z0-9]"));
+    const QString meant = ClosestTo(id, definitions_.Ids());
+    if (!meant.isEmpty()) {
+      return QStringLiteral(", or write %1").arg(meant);
+    }
+    if (id.startsWith(QLatin1Char('#'))) {
+      return QStringLiteral(": a comment begins with \";\"");
+    }
+    return id.contains(kOther) ? QStringLiteral(
+                                     ": identifiers stand without quotes, and there is no "
+                                     "wildcard")
+                               : QString();
   }
 
   QString SameButForCase(const QString &id) const {

@@ -34,8 +34,8 @@ constexpr char kUsage[] =
     "  --help              print this help\n"
     "  --version           print the version\n"
     "\n"
-    "Status: 0 without an error or a warning, 1 with some, 2 for a wrong usage or a named\n"
-    "file that cannot be read.\n";
+    "Status: 0 without an error or a warning, 1 with some or with an event that is not\n"
+    "forwarded, 2 for a wrong usage or a named file that cannot be read.\n";
 
 int FailWithUsage(const QByteArray &complaint) {
   std::fprintf(stderr, "ov-event-check: %s\nTry 'ov-event-check --help'.\n", complaint.constData());

@@ -78,12 +78,13 @@ class DefinitionsCheck {
               .arg(QString::number(last->number), Quoted(line.Id())));
       return;
     }
-    CheckSeverity(line);
     if (line.columns.size() > kDefinitionColumns) {
       Add("too-many-columns", line, kDefinitionColumns,
           QStringLiteral("the line has %1 columns, and the service takes the fourth, %2, for the "
                          "severity. Remove the comma from the text: quotes do not help")
               .arg(QString::number(line.columns.size()), Quoted(line.SeverityName())));
+    } else {
+      CheckSeverity(line);
     }
   }
 
@@ -101,7 +102,8 @@ class DefinitionsCheck {
   void CheckId(const DefinitionsLine &line) {
     const QString &id = line.Id();
     const bool isAscii = std::all_of(id.begin(), id.end(), [](QChar character) {
-      return character > QLatin1Char(' ') && character < QChar(0x7F);
+      return character > QLatin1Char(' ') && character < QChar(0x7F) &&
+             character != QLatin1Char('"');
     });
     constexpr int kMost = static_cast<int>(kEventIdSize) - 1;
     if (id.isEmpty()) {
@@ -112,9 +114,10 @@ class DefinitionsCheck {
     } else if (!isAscii) {
       Add("bad-id", line, 0,
           QStringLiteral(
-              "%1 holds a blank, a control character or one beyond ASCII: `allowed` "
-              "separates at blanks, and a record names an event by bytes of Latin-1. Use "
-              "letters and digits")
+              "%1 holds a blank, a control character, a double quote or a character beyond "
+              "ASCII: `allowed` separates at blanks, double quotes are part of the text "
+              "here, and a record names an event by bytes of Latin-1. Use letters and "
+              "digits alone")
               .arg(Quoted(id)));
     } else if (id.size() > kMost) {
       Add("bad-id", line, 0,
@@ -141,7 +144,9 @@ class DefinitionsCheck {
         QStringLiteral(
             "the service does not know the severity %1 and counts it as -1: the priority "
             "is one below that of emerg. Write %2")
-            .arg(Quoted(name), meant.isEmpty() ? names.join(QLatin1Char(' ')) : meant));
+            .arg(Quoted(name), meant.isEmpty()
+                                   ? QStringLiteral("one of ") + names.join(QLatin1Char(' '))
+                                   : meant));
   }
 
   void Add(const char *cause, const DefinitionsLine &line, int column, const QString &sentence) {

@@ -34,6 +34,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kCollectorPatience{200};
+constexpr QLatin1String kLoopback("127.");
 constexpr std::chrono::hours kEnoughTime{7 * 24};
 constexpr milliseconds kStartTolerance{100};  // the kernel counts both times in ticks
 
@@ -87,8 +88,8 @@ class MachineCheck {
     CheckService();
     CheckSocket();
     BecomeUser();
-    CheckAddress();
     CheckCollector();
+    CheckAddress();
     CheckDates();
     CheckScripts();
     CheckAgent();
@@ -172,17 +173,24 @@ class MachineCheck {
     if (time < kEnoughTime) {
       Add("few-descriptors",
           QStringLiteral(
-              "the service may open %1 descriptors, and each try to connect to a TCP "
-              "collector that refuses leaves one open: after %2 hours it ends. Raise the "
-              "limit (LimitNOFILE=)")
+              "the service may open %1 descriptors, and each try to connect to a TCP collector "
+              "that refuses leaves one open: after %2 hours without a collector it ends. Raise the "
+              "limit (LimitNOFILE=) above %3, which is a week")
               .arg(QString::number(*service_->descriptors),
-                   QString::number(static_cast<double>(time.count()) / 3600, 'f', 1)));
+                   QString::number(static_cast<double>(time.count()) / 3600, 'f', 1),
+                   QString::number(kEnoughTime / kReconnectPause)));
     }
   }
 
   void CheckSocket() {
     struct stat status {};
     if (lstat(kServiceSocketPath, &status) != 0) {
+      if (HasListener()) {
+        Add("stale-socket",
+            QStringLiteral("a service listens, but %1 is gone, and nobody can connect "
+                           "to it. Restart the service")
+                .arg(QLatin1String(kServiceSocketPath)));
+      }
       return;
     }
     if (!HasListener()) {
@@ -202,7 +210,7 @@ class MachineCheck {
     if (address.isEmpty()) {
       Add("no-address", QStringLiteral("no network interface is up and has an IPv4 address: the "
                                        "service holds every event back until one is"));
-    } else if (address.startsWith(QLatin1String("127."))) {
+    } else if (address.startsWith(kLoopback) && !collectorIsHere_) {
       Add("loopback-only",
           QStringLiteral("only the loopback interface is up: lines name this machine "
                          "by %1, and a collector elsewhere gets none")
@@ -211,7 +219,7 @@ class MachineCheck {
   }
 
   void CheckCollector() {
-    if (settings_.host().isEmpty()) {
+    if (settings_.host().isEmpty() || findings_.Has("host-not-ipv4")) {
       return;
     }
     sockaddr_in collector{};
@@ -223,6 +231,7 @@ class MachineCheck {
               .arg(Quoted(settings_.host()), QString::fromLocal8Bit(gai_strerror(error))));
       return;
     }
+    collectorIsHere_ = QLatin1String(inet_ntoa(collector.sin_addr)).startsWith(kLoopback);
     if (settings_.protocol() != Protocol::kTcp) {
       return;
     }
@@ -327,6 +336,7 @@ class MachineCheck {
   const std::optional<ServiceProcess> &service_;
   const QString &event_;
   Findings &findings_;
+  bool collectorIsHere_ = false;
 };
 
 }  // namespace

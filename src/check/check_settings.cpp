@@ -146,11 +146,13 @@ class SettingsCheck {
                          "comment: put the value in double quotes")
               .arg(key));
     }
-    const int escape = ChangingEscape(value);
-    if (escape >= 0) {
-      add("changed-by-escape", escape,
-          QStringLiteral("a backslash changes the value to %1: write two for each one that is "
-                         "meant, and digits for a character that no hexadecimal digit follows")
+    if (const int escape = ChangingEscape(value); escape >= 0) {
+      add("changed-by-escape", escape, EscapeSentence(value.mid(escape)));
+    }
+    if (const int quote = InnerQuote(value); quote >= 0) {
+      add("changed-by-escape", quote,
+          QStringLiteral("the service reads %1, since a double quote within a value is lost: write "
+                         "\\\" for one that is meant, and the whole value in double quotes")
               .arg(inForce));
     }
     if (IsSpecial(value, file_.Entries().value(key))) {
@@ -204,6 +206,44 @@ class SettingsCheck {
     return -1;
   }
 
+  // What becomes of the escape at the beginning of the text.
+  static QString EscapeSentence(const QByteArray &text) {
+    if (text.startsWith("\\x")) {
+      return QStringLiteral(
+          "the service takes all hexadecimal digits behind \\x for the number of one character: "
+          "close "
+          "and open the double quotes behind those that are meant");
+    }
+    if (text.startsWith("\\\n") || text.startsWith("\\\r")) {
+      return QStringLiteral(
+          "a backslash at the end of a line joins the next line to it, whose key is lost: remove "
+          "the backslash, or write two");
+    }
+    const bool isKnown = text.size() > 1 && QByteArrayLiteral("abfnrtv01234567").contains(text[1]);
+    return (isKnown
+                ? QStringLiteral("the service reads %1 as a control character: write \\%1 if the "
+                                 "backslash is meant")
+                : QStringLiteral("the service reads nothing for %1: write \\%1 if the backslash is "
+                                 "meant"))
+        .arg(Printable(QString::fromLatin1(text.left(2))));
+  }
+
+  // The first double quote that neither begins nor ends the value, or -1. Two that stand together
+  // end a character's number.
+  static int InnerQuote(const QByteArray &value) {
+    const int end = value.trimmed().size() - 1;
+    for (int i = 1; i < end; ++i) {
+      if (value[i] == '\\') {
+        ++i;
+      } else if (value.mid(i, 2) == "\"\"" && i + 1 < end) {
+        ++i;
+      } else if (value[i] == '"') {
+        return i;
+      }
+    }
+    return -1;
+  }
+
   // Whether a value such as "@Invalid()" is read as something else.
   static bool IsSpecial(const QByteArray &value, const QString &inForce) {
     QByteArray text = value.trimmed();
@@ -253,9 +293,10 @@ class SettingsCheck {
     }
     if (!number) {
       Add("not-a-number", file_.PlaceOfKey(key),
-          QStringLiteral("%1 is no decimal number, and `%2` keeps the value from before. Write "
-                         "digits alone")
-              .arg(Quoted(*entry), key),
+          QStringLiteral("%1 is no decimal number, and `%2` keeps the value from before. Write %3")
+              .arg(Quoted(*entry), key,
+                   key.endsWith(QLatin1String("Mon")) ? QStringLiteral("1 for on or 0 for off")
+                                                      : QStringLiteral("digits alone")),
           EventsOf(key));
     } else if (*number < least || *number > most) {
       Add("out-of-range", file_.PlaceOfKey(key),

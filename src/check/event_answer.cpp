@@ -85,6 +85,10 @@ QByteArray AsText(const EventAnswer &answer) {
   text += Row("allowed", QStringLiteral("%1, %2").arg(
                              answer.isAllowed ? QStringLiteral("yes") : QStringLiteral("no"),
                              PlaceText(answer.allowedPlace)));
+  text += Row("forwarded", answer.definition == nullptr
+                               ? QStringLiteral("no: define it, and restart the service")
+                               : (answer.isAllowed ? QStringLiteral("yes")
+                                                   : QStringLiteral("no: add it to `allowed`")));
   if (answer.IsForwarded()) {
     text += Row("priority", QStringLiteral("%1: %2").arg(QString::number(answer.priority),
                                                          PriorityName(answer.priority)));

@@ -2,25 +2,35 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <numeric>
+#include <limits>
 #include <vector>
 
 namespace ov {
 
 namespace {
 
-// The letters to insert, to delete or to replace (Levenshtein distance).
+// The letters to insert, to delete, to replace or to swap with the next one (optimal string
+// alignment distance).
 int Distance(const QString &from, const QString &to) {
-  std::vector<int> row(static_cast<std::size_t>(to.size()) + 1);
-  std::iota(row.begin(), row.end(), 0);
-  for (int i = 1; i <= from.size(); ++i) {
-    int diagonal = std::exchange(row[0], i);
-    for (std::size_t j = 1; j < row.size(); ++j) {
-      const int replaced = diagonal + (from[i - 1] == to[static_cast<int>(j) - 1] ? 0 : 1);
-      diagonal = std::exchange(row[j], std::min({row[j] + 1, row[j - 1] + 1, replaced}));
+  std::vector<std::vector<int>> cost(static_cast<std::size_t>(from.size()) + 1,
+                                     std::vector<int>(static_cast<std::size_t>(to.size()) + 1));
+  for (std::size_t i = 0; i < cost.size(); ++i) {
+    for (std::size_t j = 0; j < cost[i].size(); ++j) {
+      if (i == 0 || j == 0) {
+        cost[i][j] = static_cast<int>(i + j);
+        continue;
+      }
+      const auto is = [&](std::size_t back, std::size_t forth) {
+        return from[static_cast<int>(i - back)] == to[static_cast<int>(j - forth)];
+      };
+      cost[i][j] = std::min(
+          {cost[i - 1][j] + 1, cost[i][j - 1] + 1, cost[i - 1][j - 1] + (is(1, 1) ? 0 : 1)});
+      if (i > 1 && j > 1 && is(1, 2) && is(2, 1)) {
+        cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
+      }
     }
   }
-  return row.back();
+  return cost.back().back();
 }
 
 }  // namespace
@@ -126,11 +136,19 @@ QList<Finding> Findings::Sorted() const {
   std::stable_sort(sorted.begin(), sorted.end(),
                    [&files](const Finding &one, const Finding &other) {
                      const auto key = [&files](const Place &place) {
-                       return std::tuple(files.indexOf(place.file), place.line, place.column);
+                       constexpr int kLast = std::numeric_limits<int>::max();
+                       return std::tuple(files.indexOf(place.file),
+                                         place.line == 0 ? kLast : place.line, place.column);
                      };
                      return key(one.place) < key(other.place);
                    });
   return sorted;
+}
+
+bool Findings::Has(const char *cause) const {
+  return std::any_of(findings_.begin(), findings_.end(), [cause](const Finding &finding) {
+    return finding.cause == FindCause(QLatin1String(cause));
+  });
 }
 
 int Findings::Count(Level level) const {

@@ -51,9 +51,11 @@ class Findings {
   /// Says as a note why a cause about this machine could not be looked into.
   void AddUnseen(const char *cause, const QString &sentence);
 
-  /// The files in their order, each in the order of its lines, then this machine.
+  /// The files in their order, each in the order of its lines and then what it lacks as a whole,
+  /// then this machine.
   QList<Finding> Sorted() const;
 
+  bool Has(const char *cause) const;
   int Count(Level level) const;
   /// Whether there is an error or a warning.
   bool HasComplaint() const { return Count(Level::kError) + Count(Level::kWarning) > 0; }

@@ -102,9 +102,16 @@ class Trial {
     answer_.trials.append(Try(answer_.path, word));
     const ScriptTrial &trial = answer_.trials.last();
     if (trial.run.end == ScriptRun::End::kNotStarted) {
+      QFile script(answer_.path);
+      const bool hasCarriageReturn =
+          script.open(QIODevice::ReadOnly) && script.readLine().contains('\r');
       Add("script-not-executable",
-          QStringLiteral("does not start: its monitor sees nothing. Its first line must name an "
-                         "interpreter that exists, as in #!/bin/sh"));
+          QStringLiteral("does not start: its monitor sees nothing. ") +
+              (hasCarriageReturn
+                   ? QStringLiteral("Its first line ends with a carriage return: save it with the "
+                                    "line ends of Unix")
+                   : QStringLiteral("Its first line must name an interpreter that exists, as in "
+                                    "#!/bin/sh")));
       return false;
     }
     if (trial.run.end == ScriptRun::End::kTimedOut) {
@@ -255,6 +262,11 @@ class Trial {
     const QString success = answer_.trials[1].run.output;
     if (hasFailed && success.isEmpty() && Last().run.output.isEmpty()) {
       AddFailure(QStringLiteral("sees no sign-in"));
+    } else if (!user.isEmpty() && user == answer_.trials[0].run.output) {
+      Add("script-unusable",
+          QStringLiteral(
+              "prints no signin:USER:DOMAIN:OUTCOME for \"user\": the whole answer becomes "
+              "the values of the event, line feed included"));
     } else if (!success.isEmpty() && success == Last().run.output) {
       Add("script-unusable",
           QStringLiteral("prints the same for \"success\" and \"error\": its monitor raises both "

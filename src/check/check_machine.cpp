@@ -34,7 +34,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kCollectorPatience{200};
-constexpr QLatin1String kLoopback("127.");
+constexpr char kLoopback[] = "127.";
 constexpr std::chrono::hours kEnoughTime{7 * 24};
 constexpr milliseconds kStartTolerance{100};  // the kernel counts both times in ticks
 
@@ -210,7 +210,7 @@ class MachineCheck {
     if (address.isEmpty()) {
       Add("no-address", QStringLiteral("no network interface is up and has an IPv4 address: the "
                                        "service holds every event back until one is"));
-    } else if (address.startsWith(kLoopback) && !collectorIsHere_) {
+    } else if (address.startsWith(QLatin1String(kLoopback)) && !collectorIsHere_) {
       Add("loopback-only",
           QStringLiteral("only the loopback interface is up: lines name this machine "
                          "by %1, and a collector elsewhere gets none")
@@ -231,7 +231,8 @@ class MachineCheck {
               .arg(Quoted(settings_.host()), QString::fromLocal8Bit(gai_strerror(error))));
       return;
     }
-    collectorIsHere_ = QLatin1String(inet_ntoa(collector.sin_addr)).startsWith(kLoopback);
+    collectorIsHere_ =
+        QLatin1String(inet_ntoa(collector.sin_addr)).startsWith(QLatin1String(kLoopback));
     if (settings_.protocol() != Protocol::kTcp) {
       return;
     }

@@ -66,7 +66,7 @@ class AllowedCheck {
 
   QString Hint(const QString &id) const {
     static const QRegularExpression kOther(QStringLiteral("[^A-Za-z0-9]"));
-    const QString meant = ClosestTo(id, definitions_.Ids());
+    const QString meant = definitions_.Meant(id);
     if (!meant.isEmpty()) {
       return QStringLiteral(", or write %1").arg(meant);
     }

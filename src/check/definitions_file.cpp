@@ -1,6 +1,7 @@
 #include "check/definitions_file.h"
 
 #include <QFileInfo>
+#include <QRegularExpression>
 
 #include "service/event_catalogue.h"
 
@@ -40,6 +41,19 @@ Place DefinitionsFile::PlaceOf(const DefinitionsLine &line, int column) const {
     ++start;
   }
   return {path_, line.number, line.text.left(start).toUtf8().size() + 1, line.text.toUtf8()};
+}
+
+QString DefinitionsFile::Meant(const QString &id) const {
+  const auto digits = [](QString text) {
+    return text.remove(QRegularExpression(QStringLiteral("[^0-9]")));
+  };
+  QStringList candidates;
+  for (const QString &candidate : ids_) {
+    if (digits(candidate) == digits(id)) {
+      candidates.append(candidate);
+    }
+  }
+  return ClosestTo(id, candidates);
 }
 
 EventDefinition DefinitionFrom(const DefinitionsLine &line) {

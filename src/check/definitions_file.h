@@ -37,6 +37,9 @@ class DefinitionsFile {
   const DefinitionsLine *LineOf(const QString &id) const;
   /// The place of a column, from 0, or of the line's end if it has fewer.
   Place PlaceOf(const DefinitionsLine &line, int column = 0) const;
+  /// The identifier that was probably meant by an undefined one, with the same digits: "sys05" is
+  /// not meant by "sys06". Empty if there is none.
+  QString Meant(const QString &id) const;
 
  private:
   QString path_;

@@ -57,7 +57,7 @@ EventAnswer AnswerFor(const QByteArray &id, const QByteArray &values, const Sett
   answer.protocol = settings.InForce().protocol();
   answer.facility = settings.InForce().facility();
   if (answer.definition == nullptr) {
-    answer.meant = ClosestTo(answer.id, definitions.Ids());
+    answer.meant = definitions.Meant(answer.id);
   }
   if (answer.IsForwarded()) {
     const EventDefinition definition = DefinitionFrom(*answer.definition);

@@ -230,8 +230,9 @@ def test_event_that_is_not_forwarded_has_no_line(sandbox, check):
 def test_event_that_is_not_defined_is_told_the_one_that_was_meant(sandbox, check):
     sandbox.write_definitions(ROW)
     sandbox.write_settings(**UDP)
-    assert check.run("event", "PERF01").lines[1] == (
-        f"definition  none in {DEFINITIONS}; is it perf01?")
+    assert [check.run("event", event).lines[1] for event in ("PERF01", "prf01", "perf02")] == [
+        *[f"definition  none in {DEFINITIONS}; is it perf01?"] * 2,
+        f"definition  none in {DEFINITIONS}"]
 
 
 @pytest.mark.parametrize("protocol, is_found", [("syslog-tcp", True), ("syslog-udp", False)])

@@ -1,0 +1,21 @@
+import pytest
+
+from machine import Machine
+
+
+@pytest.fixture
+def machine(tmp_path):
+    """A machine with the package, not booted yet."""
+    machine = Machine(tmp_path)
+    yield machine
+    machine.close()
+
+
+@pytest.fixture(scope="module")
+def running(tmp_path_factory):
+    """A booted machine that the tests of a module share."""
+    machine = Machine(tmp_path_factory.mktemp("machine"))
+    machine.boot()
+    machine.wait_until_active()
+    yield machine
+    machine.close()

@@ -13,8 +13,9 @@ def machine(tmp_path):
 
 @pytest.fixture(scope="module")
 def running(tmp_path_factory):
-    """A booted machine that the tests of a module share."""
+    """A booted machine that the tests of a module share. It speaks German."""
     machine = Machine(tmp_path_factory.mktemp("machine"))
+    machine.path("/etc/default/locale").write_text("LANG=de_DE.UTF-8\n")
     machine.boot()
     machine.wait_until_active()
     yield machine

@@ -1,4 +1,4 @@
-"""A Debian 12 that boots in a container, with systemd as its first process and the package installed."""
+"""A Debian 12 with the package, which boots in a container with systemd as its first process."""
 
 import ctypes
 import os
@@ -68,6 +68,17 @@ class Collector:
         return found()[0]
 
 
+def first_process(nspawn):
+    """The machine's, once it is more than a helper of nspawn's."""
+    for child in nspawn.children():
+        try:
+            if "systemd" in child.exe() and "nspawn" not in child.exe():
+                return child.pid
+        except psutil.Error:
+            pass
+    return None
+
+
 class Machine:
     """What is changed on it is gone with it."""
 
@@ -92,9 +103,8 @@ class Machine:
         shutil.copy(package, self.path("/root/package.deb"))
         return self.sh("dpkg --install /root/package.deb")
 
-    def write_settings(self, host="127.0.0.1", allowed=ALLOWED, **others):
-        """With the first letter of all events in front, so that dates can be looked at behind it."""
-        settings = {"host": host, "port": PORT, "allowed": allowed, **others}
+    def write_settings(self, **changes):
+        settings = {"host": "127.0.0.1", "port": PORT, "allowed": ALLOWED, **changes}
         self.path(SETTINGS).write_text("".join(f"{key}={value}\n"
                                                for key, value in settings.items()))
 
@@ -105,10 +115,7 @@ class Machine:
             stdin=subprocess.DEVNULL, stdout=open(self._folder / "console", "wb"),
             stderr=subprocess.STDOUT)
         nspawn = psutil.Process(self._process.pid)
-        self.leader = wait_until(nspawn.children, "the first process", BOOT)[0].pid
-        # Only in its own network, in which it has its own /proc, it is the machine's first process.
-        wait_until(lambda: os.stat(f"/proc/{self.leader}/ns/net").st_ino !=
-                   os.stat("/proc/self/ns/net").st_ino, "a network", BOOT)
+        self.leader = wait_until(lambda: first_process(nspawn), "the first process", BOOT)
         self.collector = Collector(self.leader)
         wait_until(lambda: self.run("systemctl is-system-running").stdout.strip() in
                    ("running", "degraded"), "the end of the start", BOOT, interval=0.2)

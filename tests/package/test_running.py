@@ -3,9 +3,13 @@
 import re
 import socket
 
+import pytest
+
 from machine import DEFINITIONS, SETTINGS, UNIT, wait_until
 
 from support.records import make_record
+
+pytestmark = pytest.mark.xdist_group("running")
 
 
 def test_event_of_any_user_arrives(running):

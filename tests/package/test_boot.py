@@ -1,0 +1,89 @@
+"""What happens as the machine starts and stops."""
+
+from machine import SETTINGS, UNIT, wait_until
+
+
+def test_events_at_boot_and_at_shutdown_arrive_at_every_start(machine):
+    machine.sh("systemctl enable ov-event-logger-boot ov-event-logger-shutdown")
+    for _ in range(2):
+        machine.boot()
+        machine.collector.wait_for(" sys01 System started ")
+        machine.power_off()
+        assert " sys02 System is shutting down " in machine.collector.lines[-1]
+
+
+def test_heartbeat_counts_from_1_on(machine):
+    machine.sh("systemctl enable ov-event-logger-heartbeat.timer")
+    folder = machine.path("/etc/systemd/system/ov-event-logger-heartbeat.timer.d")
+    folder.mkdir()
+    (folder / "often.conf").write_text(
+        "[Timer]\nOnUnitActiveSec=1s\nRandomizedDelaySec=0\nAccuracySec=1ms\n")
+    machine.boot()
+    for number in range(1, 4):
+        machine.collector.wait_for(f" sys03 Machine is alive - {number} ")
+
+
+def test_name_that_resolves_late_loses_no_event_of_the_boot(machine):
+    machine.write_settings(host="collector.example")
+    machine.sh("systemctl enable ov-event-logger-boot")
+    machine.path("/etc/systemd/system/late-name.service").write_text(
+        "[Service]\nExecStart=sh -c 'sleep 20; echo 127.0.0.1 collector.example >>/etc/hosts'\n"
+        "[Install]\nWantedBy=sysinit.target\n")
+    machine.sh("systemctl enable late-name")
+    machine.boot()
+    machine.collector.wait_for(" sys01 System started ")
+
+
+def test_name_that_never_resolves_is_asked_for_again_and_again(machine):
+    machine.write_settings(host="collector.example")
+    machine.boot()
+    wait_until(lambda: int(machine.show("NRestarts")) >= 2, "a second start", 90)
+    assert "The collector's name collector.example has no address yet" in machine.sh(
+        "journalctl --namespace=ov-event-logger --output=cat")
+    machine.sh("echo 127.0.0.1 collector.example >>/etc/hosts")
+    machine.wait_until_active()
+
+
+USB = "/run/usb"
+
+
+def test_ten_built_in_events_come_through_the_confined_unit(machine):
+    machine.write_settings(perfMon=1, usbDevMon=1, vmwSigninMon=1, agentConnMon=1, cpuThreshold=0,
+                           memThreshold=0, diskThreshold=0)
+    folder = machine.path(f"/etc/systemd/system/{UNIT}.d")
+    folder.mkdir()
+    # The container has no USB of its own.
+    (folder / "usb.conf").write_text(f"[Service]\nEnvironment=OV_USB_DEVICES={USB}\n")
+    machine.boot()
+    machine.sh(f"""
+        mkdir -p {USB}/1-1 {USB}/1-2 /run/ov-event-logger
+        for device in 1-1 1-2; do
+            echo 046d >{USB}/$device/idVendor; echo $device >{USB}/$device/product
+            echo c31c >{USB}/$device/idProduct; echo 00 >{USB}/$device/bDeviceClass
+        done
+        cp /bin/sleep /usr/bin/horizon-client
+        systemctl restart {UNIT}""")
+    for event in ("perf01", "perf02", "perf03", "sys05"):
+        machine.collector.wait_for(f" {event} ")
+    machine.sh(f"mv {USB}/1-1 /run/")
+    machine.collector.wait_for(" sys07 ")
+    machine.sh(f"mv /run/1-1 {USB}/")
+    machine.collector.wait_for(" sys06 ")
+    for outcome, event in (("success", "sec03"), ("error", "sec04")):
+        machine.sh(f"printf '{outcome}\\nanna\\n\\n' >/run/ov-event-logger/signin")
+        machine.sh("systemd-run --unit=client /usr/bin/horizon-client 1000")
+        assert "anna" in machine.collector.wait_for(f" {event} ")
+        machine.sh("systemctl stop client")
+        wait_until(lambda: machine.run("pgrep -x horizon-client").returncode == 1, "its end")
+    for status, event in (("CONNECTED", "net02"), ("FAILED", "net03")):
+        machine.sh(f"printf 'a\\nb\\n{status}\\n' >/tmp/ovwsagentstatus")
+        machine.collector.wait_for(f" {event} ")
+
+
+def test_settings_survive_a_restart_of_the_machine(machine):
+    machine.boot()
+    machine.wait_until_active()
+    machine.power_off()
+    machine.boot()
+    assert machine.sh("readlink /tmp/ov-event-logger.ini").strip() == SETTINGS
+    machine.raise_and_wait("again")

@@ -233,9 +233,8 @@ class SettingsCheck {
   static int InnerQuote(const QByteArray &value) {
     const int end = value.trimmed().size() - 1;
     for (int i = 1; i < end; ++i) {
-      if (value[i] == '\\') {
-        ++i;
-      } else if (value.mid(i, 2) == "\"\"" && i + 1 < end) {
+      const bool isPair = value.mid(i, 2) == "\"\"" && i + 1 < end;
+      if (value[i] == '\\' || isPair) {
         ++i;
       } else if (value[i] == '"') {
         return i;

@@ -129,8 +129,8 @@ def test_files_of_another_user_are_cleared(running):
 
 def test_links_of_another_user_are_cleared_and_not_followed(running):
     running.sh("echo kept >/root/kept; chmod 0644 /root/kept")
-    put_and_restart(running, "ln -s /root/kept /tmp/ov-events; ln -s /root /tmp/ov-event-logger.ini;"
-                             "ln -s /root/x /tmp/ov-event-def.csv")
+    put_and_restart(running, "cd /tmp; ln -s /root/kept ov-events; ln -s /root/x ov-event-def.csv; "
+                             "ln -s /root ov-event-logger.ini")
     running.raise_and_wait("links")
     assert running.sh("cat /root/kept") == "kept\n"
     assert running.sh("readlink /tmp/ov-event-logger.ini") == f"{SETTINGS}\n"

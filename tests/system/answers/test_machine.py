@@ -5,30 +5,16 @@ import time
 
 import pytest
 
-from support.answers import NOBODY, Check, has_users
+from support.answers import NOBODY, has_users
 from support.collectors import TcpCollector
 from support.monitors import (
     PGREP, STATUS_FILE, arrived, own_pgrep, reload, settings, start_client, start_monitors,
     wait_until_checked, write_status)
 from support.polling import wait_until
 from support.records import make_record
-from support.sandbox import DEFINITIONS, ROW, SERVICE_SOCKET, SETTINGS, TCP, UDP, Sandbox
+from support.sandbox import DEFINITIONS, ROW, SERVICE_SOCKET, SETTINGS, TCP, UDP
 
 with_users = pytest.mark.skipif(not has_users(), reason="there is no user but root")
-
-
-@pytest.fixture
-def sandbox():
-    """One with ov-event-check in it."""
-    box = Sandbox(keep=[Check.PROGRAM])
-    box.has_invariant = False
-    yield box
-    box.close()
-
-
-@pytest.fixture
-def check(sandbox):
-    return Check(sandbox)
 
 
 def causes(check, *arguments, **kwargs):

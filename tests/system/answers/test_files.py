@@ -7,21 +7,12 @@ import pytest
 from support.answers import Check
 from support.collectors import TcpCollector, UdpCollector
 from support.polling import wait_until
-from support.sandbox import DEFINITIONS, FALLBACK_DEFINITIONS, SETTINGS, Sandbox
+from support.sandbox import DEFINITIONS, FALLBACK_DEFINITIONS, SETTINGS
 
 BASE = {"host": "127.0.0.1", "port": "5514", "formatString": '"<[PRI]>[ID] [VAL]"',
         "allowed": "perf01"}
 ROW = "perf01,CPU,CPU usage is high,warn"
 LINE = b"<28>perf01 95"
-
-
-@pytest.fixture
-def sandbox():
-    """One with ov-event-check in it."""
-    box = Sandbox(keep=[Check.PROGRAM])
-    box.has_invariant = False  # the files are such that lines are lost or changed
-    yield box
-    box.close()
 
 
 def settings(culprit, is_last=False):

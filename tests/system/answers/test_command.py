@@ -9,27 +9,13 @@ import re
 
 import pytest
 
-from support.answers import NOBODY, PAGES, Check, has_users
+from support.answers import NOBODY, PAGES, has_users
 from support.collectors import TcpCollector, UdpCollector
 from support.monitors import Script
 from support.polling import wait_until
-from support.sandbox import DEFINITIONS, REPOSITORY, ROW, SETTINGS, UDP, Sandbox
+from support.sandbox import DEFINITIONS, REPOSITORY, ROW, SETTINGS, UDP
 
 HEADER = "<[PRI]>1 - [NAME] - - [ID] -"  # of RFC 5424: there is nothing to say about it
-
-
-@pytest.fixture
-def sandbox():
-    """One with ov-event-check in it."""
-    box = Sandbox(keep=[Check.PROGRAM])
-    box.has_invariant = False
-    yield box
-    box.close()
-
-
-@pytest.fixture
-def check(sandbox):
-    return Check(sandbox)
 
 
 # The command line
@@ -339,7 +325,7 @@ def test_every_cause_has_a_page_and_a_test():
     pages = re.findall(r"^### (\S+)\n\n(Error|Warning|Note)\. ", PAGES.read_text(), re.M)
     assert pages == causes()
     tests = "".join(path.read_text() for path in
-                    (REPOSITORY / "tests/system").glob("test_answers*.py"))
+                    (REPOSITORY / "tests/system/answers").glob("test_*.py"))
     assert [cause for cause, _ in causes() if not re.search(rf'\b{cause}\b', tests)] == []
 
 

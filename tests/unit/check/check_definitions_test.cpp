@@ -143,6 +143,7 @@ TEST(CheckDefinitionsTest, FallbackIsUnusedBesideTheSystemFileAlone) {
   CheckDefinitions(system, beside);
   EXPECT_EQ(Places(beside), "fallback-unused 0:0");
   EXPECT_EQ(beside.Sorted()[0].place.file.toStdString(), kFallbackDefinitionsPath);
+  std::filesystem::remove(kSystemDefinitionsPath);
 }
 
 }  // namespace

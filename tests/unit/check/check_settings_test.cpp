@@ -66,6 +66,7 @@ const TextRow kValues[] = {
     {"TwoAtSignsAreFound", "formatString=@@", "special-value 1:14"},
     {"AtSignAloneIsNone", "formatString=@\nfacility=2", ""},
     {"AtSignWithinIsNone", "formatString=x@Invalid()", ""},
+    {"OpenQuoteBehindAnAtSignIsNone", "host=a\nallowed=a1\nformatString=x@Invalid()\"", ""},
     {"AtSignBeforeAnotherWordIsNone", "formatString=\"@Size\"", ""},
     {"Utf8IsFoundAtItsFirstByte", "formatString=aü", "not-latin1 1:15"},
     {"Latin1IsNone", "formatString=a\xFC", ""},
@@ -257,6 +258,9 @@ const TextRow kSentences[] = {
      "changed-by-escape: the service takes all hexadecimal digits behind \\x for the number of one "
      "character: close and open the double quotes behind those that are meant <>"},
     {"JoinedLineLosesItsKey", "formatString=a\\\nport=1",
+     "changed-by-escape: a backslash at the end of a line joins the next line to it, whose key is "
+     "lost: remove the backslash, or write two <>"},
+    {"LineJoinedByACarriageReturnLosesItsKey", "formatString=a\\\rport=1",
      "changed-by-escape: a backslash at the end of a line joins the next line to it, whose key is "
      "lost: remove the backslash, or write two <>"},
     {"InnerQuoteIsLost", "formatString=a\"b\"c",

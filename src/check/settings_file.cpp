@@ -62,16 +62,12 @@ Extent NextLine(const QByteArray &contents, int &position) {
   return {start, i};
 }
 
-// Unlike trimmed(), which takes a vertical tab for white space.
-QByteArray WithoutSpaces(QByteArray text) {
-  while (!text.isEmpty() && IsSpace(text.back())) {
-    text.chop(1);
+// The reader keeps all other white space at the end of a key, such as a line feed in double quotes.
+QByteArray WithoutBlanks(QByteArray key) {
+  while (key.endsWith(' ') || key.endsWith('\t')) {
+    key.chop(1);
   }
-  int start = 0;
-  while (start < text.size() && IsSpace(text[start])) {
-    ++start;
-  }
-  return text.mid(start);
+  return key;
 }
 
 // "%41" and "%U0041" stand for a character, a backslash for a slash.
@@ -176,7 +172,7 @@ QList<SettingsLine> CutSettings(const QByteArray &contents) {
       section = SectionOf(line.text);
       line.isSection = true;
     } else if (const int equals = EqualsIn(line.text); equals >= 0) {
-      line.key = DecodedKey(WithoutSpaces(line.text.left(equals)));
+      line.key = DecodedKey(WithoutBlanks(line.text.left(equals)));
       int start = equals + 1;
       while (start < line.text.size() && IsSpace(line.text[start])) {
         ++start;

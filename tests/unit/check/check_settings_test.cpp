@@ -51,6 +51,8 @@ INSTANTIATE_TEST_SUITE_P(Lines, PlacesIn, testing::ValuesIn(kLines), OutcomeOf()
 const TextRow kValues[] = {
     {"CommaIsFound", "formatString= ab,\"c,d\"", "list-value 1:17"},
     {"CommaHidesEverythingElseInTheValue", "port=x\\z,1;", "list-value 1:9"},
+    {"CommaInFrontIsFound", "formatString=,a", "list-value 1:14"},
+    {"CommaHidesASemicolon", "formatString=a,b;c", "list-value 1:15"},
     {"CommaInDoubleQuotesIsNone", "formatString=\"a,b\"", ""},
     {"CutTemplateIsFoundAtTheSemicolon", "formatString=ab ; x", "cut-at-semicolon 1:17"},
     {"CutTemplateIsFoundThoughNothingFollows", "formatString=ab;", "cut-at-semicolon 1:16"},
@@ -239,6 +241,9 @@ const TextRow kSentences[] = {
     {"ListInATextIsEmpty", "formatString=a,b",
      "list-value: the service reads an empty text, since an unquoted comma makes a list: put the "
      "value in double quotes <>"},
+    {"ListOfIdentifiersIsEmpty", "allowed=a1,b1",
+     "list-value: the service reads an empty text, since an unquoted comma makes a list: put the "
+     "value in double quotes, with blanks between the identifiers <>"},
     {"ListOfNumbersKeepsTheValueFromBefore", "diskThreshold=1,2",
      "list-value: the service reads no number, since an unquoted comma makes a list, and "
      "`diskThreshold` keeps the value from before: write one number <perf03>"},

@@ -19,7 +19,7 @@ def test_events_at_boot_and_at_shutdown_arrive_at_every_start(machine):
 
 def drop_in(heading, **changes):
     """The first one below the heading of the page for operators, with other values."""
-    text = re.search(rf"^## {heading}$.*?\n\n((?:    .*\n)+)", OPERATING, re.M | re.S)[1]
+    text = re.search(rf"^## {heading}$(?:\n|.)*?\n\n((?:    .*\n)+)", OPERATING, re.M)[1]
     for name, value in changes.items():
         text = re.sub(rf"(?<={name}=)\S+", value, text)
     return textwrap.dedent(text)

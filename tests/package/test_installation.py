@@ -119,7 +119,8 @@ def test_purge_leaves_nothing(bare):
     bare.sh(f"systemctl restart {UNIT}")
     bare.wait_until_active()
     bare.raise_and_wait("here")
-    bare.sh("systemctl enable --now ov-event-logger-heartbeat.timer")
+    bare.sh("systemctl enable --now ov-event-logger-heartbeat.timer; "
+            "systemctl start ov-event-logger-heartbeat.service")
     bare.collector.wait_for(" sys03 ")
     bare.sh("dpkg --remove ov-event-logger")
     assert bare.path(SETTINGS).exists()

@@ -1,6 +1,7 @@
 #include "check/check_definitions.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <algorithm>
 
@@ -31,7 +32,9 @@ class DefinitionsCheck {
       return;
     }
     const QString fallback = QLatin1String(kFallbackDefinitionsPath);
-    if (file_.Path() == QLatin1String(kSystemDefinitionsPath) && QFile::exists(fallback)) {
+    const auto target = [](const QString &path) { return QFileInfo(path).canonicalFilePath(); };
+    if (file_.Path() == QLatin1String(kSystemDefinitionsPath) && QFile::exists(fallback) &&
+        target(fallback) != target(file_.Path())) {
       findings_.Add(
           "fallback-unused", {fallback, 0, 0, {}},
           QStringLiteral("the service does not read this file, since %1 exists").arg(file_.Path()));

@@ -3,11 +3,17 @@ import pytest
 from machine import Machine
 
 
+def tell(machine):
+    """Shown for a test that has failed."""
+    print(machine.run("journalctl --namespace=ov-event-logger | tail -n 60").stdout)
+
+
 @pytest.fixture
 def machine(tmp_path):
     """A machine with the package, not booted yet."""
     machine = Machine(tmp_path)
     yield machine
+    tell(machine)
     machine.close()
 
 
@@ -19,4 +25,5 @@ def running(tmp_path_factory):
     machine.boot()
     machine.wait_until_active()
     yield machine
+    tell(machine)
     machine.close()

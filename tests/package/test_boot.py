@@ -1,6 +1,11 @@
 """What happens as the machine starts and stops."""
 
-from machine import SETTINGS, UNIT, wait_until
+import re
+import textwrap
+
+from machine import REPOSITORY, SETTINGS, UNIT, wait_until
+
+OPERATING = (REPOSITORY / "docs/OPERATING.md").read_text()
 
 
 def test_events_at_boot_and_at_shutdown_arrive_at_every_start(machine):
@@ -12,12 +17,20 @@ def test_events_at_boot_and_at_shutdown_arrive_at_every_start(machine):
         assert " sys02 System is shutting down " in machine.collector.lines[-1]
 
 
-def test_heartbeat_counts_from_1_on(machine):
+def drop_in(heading, **changes):
+    """The first one below the heading of the page for operators, with other values."""
+    text = re.search(rf"^## {heading}$(?:\n|.)*?\n\n((?:    .*\n)+)", OPERATING, re.M)[1]
+    for name, value in changes.items():
+        text = re.sub(rf"(?<={name}=)\S+", value, text)
+    return textwrap.dedent(text)
+
+
+def test_heartbeat_counts_from_1_on_in_the_interval_of_a_drop_in(machine):
     machine.sh("systemctl enable ov-event-logger-heartbeat.timer")
     folder = machine.path("/etc/systemd/system/ov-event-logger-heartbeat.timer.d")
     folder.mkdir()
     (folder / "often.conf").write_text(
-        "[Timer]\nOnUnitActiveSec=1s\nRandomizedDelaySec=0\nAccuracySec=1ms\n")
+        drop_in("Watching many", OnUnitActiveSec="3s") + "RandomizedDelaySec=0\nAccuracySec=1ms\n")
     machine.boot()
     for number in range(1, 4):
         machine.collector.wait_for(f" sys03 Machine is alive - {number} ")
@@ -32,6 +45,15 @@ def test_name_that_resolves_late_loses_no_event_of_the_boot(machine):
     machine.sh("systemctl enable late-name")
     machine.boot()
     machine.collector.wait_for(" sys01 System started ")
+
+
+def test_file_that_another_user_makes_in_the_wait_for_the_name_is_cleared(machine):
+    machine.write_settings(host="collector.example")
+    machine.boot()
+    wait_until(lambda: machine.show("SubState") == "start-pre", "the wait", 60)
+    machine.sh("setpriv --reuid=1000 --regid=1000 --clear-groups touch /tmp/ov-events; "
+               "echo 127.0.0.1 collector.example >>/etc/hosts")
+    machine.raise_and_wait("late")
 
 
 def test_name_that_never_resolves_is_asked_for_again_and_again(machine):

@@ -2,10 +2,14 @@
 
 import re
 import subprocess
+import textwrap
 
 import pytest
 
-from machine import DEFINITIONS, PACKAGE, REPOSITORY, SETTINGS, UNIT, Machine
+from machine import DEFINITIONS, PACKAGE, REPOSITORY, SETTINGS, UNIT, Machine, wait_until
+
+SCRIPTS = "/usr/lib/orvan/ov-event-logger"
+OPERATING = (REPOSITORY / "docs/OPERATING.md").read_text()
 
 
 @pytest.fixture
@@ -101,45 +105,59 @@ LISTING = r"""
     find / /tmp -xdev ! -path '/proc/*' ! -path '/root/*' ! -path '/var/cache/*' ! -path '/run/*' \
         ! -path '/var/lib/dpkg/*' ! -path '/var/log/*.log' ! -path '/etc/*-' \
         ! -path '/var/lib/systemd/*' ! -path '/etc/.pwd.lock' -printf '%p %y %m %u\n' | sort
+    find /run -name '*ov-event*'
+    systemctl list-units --state=active,failed --plain --no-legend '*ov-event*' || true
     find /etc -type f ! -name '*-' ! -name .pwd.lock ! -name ld.so.cache -exec sha256sum {} + |
         sort"""
 
 
 def test_purge_leaves_nothing(bare):
     bare.boot()
-    before = bare.sh(LISTING)
+    before = set(bare.sh(LISTING).splitlines())
     bare.install(PACKAGE)
     bare.write_settings()
     bare.sh(f"systemctl restart {UNIT}")
     bare.wait_until_active()
     bare.raise_and_wait("here")
+    bare.sh("systemctl enable --now ov-event-logger-heartbeat.timer; "
+            "systemctl start ov-event-logger-heartbeat.service")
+    bare.collector.wait_for(" sys03 ")
     bare.sh("dpkg --remove ov-event-logger")
     assert bare.path(SETTINGS).exists()
     bare.sh("dpkg --purge ov-event-logger")
-    assert bare.sh(LISTING) == before
+    assert set(bare.sh(LISTING).splitlines()) ^ before == set()
 
 
-def test_platform_brings_scripts_and_definitions_of_its_own(bare, tmp_path):
-    folder = "/usr/lib/orvan/ov-event-logger"
-    tree = tmp_path / "platform"
-    for path, text in ((f"{folder}/perf.sh", "#!/bin/sh\necho platform\n"),
-                       (f"{folder}/ov-event-def.csv", "sys10,A,Platform text,info\n"),
-                       ("DEBIAN/control", "Package: platform\nVersion: 1\nArchitecture: all\n"
-                                          "Maintainer: x <x@x>\nDescription: x\n"),
-                       ("DEBIAN/preinst", "#!/bin/sh\nfor file in perf.sh ov-event-def.csv; do\n"
-                                          "    dpkg-divert --package platform --rename --add "
-                                          f"{folder}/$file\ndone\n")):
+def platform_package(folder, version):
+    """A package of a platform, as the page for operators describes it."""
+    preinst, postrm = re.findall(r"^    #!/bin/sh\n(?:    .*\n|\n)+", OPERATING, re.M)[:2]
+    tree = folder / f"platform{version}"
+    for path, text in ((f"{SCRIPTS}/perf.sh", f"#!/bin/sh\necho platform {version}\n"),
+                       (f"{SCRIPTS}/ov-event-def.csv", "sys10,A,Platform text,info\n"),
+                       ("DEBIAN/control", f"Package: platform\nVersion: {version}\n"
+                        "Architecture: all\nMaintainer: x <x@x>\nDescription: x\n"),
+                       ("DEBIAN/preinst", textwrap.dedent(preinst)),
+                       ("DEBIAN/postrm", textwrap.dedent(postrm))):
         file = tree / path.lstrip("/")
         file.parent.mkdir(parents=True, exist_ok=True)
         file.write_text(text)
         file.chmod(0o755)
     subprocess.run(["dpkg-deb", "--build", "--root-owner-group", tree], check=True,
                    stdout=subprocess.DEVNULL)
+    return f"{tree}.deb"
+
+
+def test_platform_brings_scripts_and_definitions_of_its_own(bare, tmp_path):
     bare.install(PACKAGE)
-    bare.install(f"{tree}.deb")
-    bare.install(PACKAGE)  # an upgrade of the other one
+    bare.install(platform_package(tmp_path, 1))
+    bare.install(PACKAGE)  # an upgrade of either
+    bare.install(platform_package(tmp_path, 2))
     bare.write_settings()
-    assert bare.sh(f"{folder}/perf.sh") == "platform\n"
+    assert bare.sh(f"{SCRIPTS}/perf.sh") == "platform 2\n"
     bare.boot()
     bare.wait_until_active()
     assert " Platform text - x " in bare.raise_and_wait("x")
+    bare.sh("dpkg --purge platform")
+    assert bare.sh(f"{SCRIPTS}/perf.sh").startswith("cpu=")
+    wait_until(lambda: bare.raise_event("y") and any(
+        " Update installed - y " in line for line in bare.collector.lines), "the old text", 60, 1)

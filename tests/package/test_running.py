@@ -48,8 +48,19 @@ def test_descriptors_last_for_a_week_without_a_tcp_collector(running):
 def test_killed_service_is_back(running):
     old = running.wait_until_active()
     running.sh(f"kill -9 {old}")
-    wait_until(lambda: running.wait_until_active() != old, "another process", 30)
+    wait_until(lambda: running.wait_until_active() != old, "another process", 60)
     running.raise_and_wait("killed")
+
+
+def test_restart_loses_no_event_that_comes_in_the_midst_of_it(running):
+    running.sh(f"""
+        systemctl --no-block restart {UNIT}
+        for number in $(seq 20); do
+            ov-event-logger -e sys10 midst$number >/dev/null &
+            sleep 0.3
+        done
+        wait""")
+    running.collector.wait_for(" - midst", 20)
 
 
 def test_restart_sends_what_is_queued(running):
@@ -101,10 +112,36 @@ def test_changed_definitions_restart_the_service_after_what_is_queued(running):
     old = running.wait_until_active()
     running.raise_event("before")
     running.sh(f"sed -i 's/Update installed/Changed text/' {DEFINITIONS}")
-    wait_until(lambda: running.wait_until_active() != old, "another process", 30)
+    wait_until(lambda: running.wait_until_active() != old, "another process", 60)
     running.collector.wait_for(" Update installed - before ")
     running.raise_event("after")
     running.collector.wait_for(" Changed text - after ")
+
+
+def test_definitions_that_change_often_are_noticed_once_more(running):
+    running.sh(f"""
+        systemctl stop {UNIT}
+        for number in $(seq 12); do
+            cp {DEFINITIONS} {DEFINITIONS}.x; mv {DEFINITIONS}.x {DEFINITIONS}; sleep 0.2
+        done
+        systemctl start {UNIT}""")
+    running.wait_until_active()
+    running.sh(f"sed -i 's/Changed text/Changed often/' {DEFINITIONS}")
+    wait_until(lambda: running.raise_event("often") and any(
+        " Changed often " in line for line in running.collector.lines), "the last text", 60, 1)
+
+
+def test_nobody_else_brings_definitions_while_these_are_missing(running):
+    running.run("setpriv --reuid=1000 --regid=1000 --clear-groups "
+                "sh -c 'echo sys10,a,Evil,crit >/tmp/ov-event-def.csv'")
+    running.sh(f"mv {DEFINITIONS} /root/; systemctl restart {UNIT}")
+    running.wait_until_active()
+    running.raise_event("missing")
+    wait_until(lambda: "Event sys10 is not defined" in running.sh(
+        "journalctl --namespace=ov-event-logger --output=cat"), "the event", 10)
+    running.sh(f"mv /root/ov-event-def.csv {DEFINITIONS}; systemctl restart {UNIT}")
+    running.wait_until_active()
+    running.raise_and_wait("back")
 
 
 def put_and_restart(machine, commands):
@@ -152,6 +189,6 @@ def test_reading_of_100_percent_ends_the_service_which_comes_back(running):
     wait_until(lambda: running.show("Result") == "core-dump" or running.show("NRestarts") != "0",
                "the abort", 30)
     running.sh(f"cp -p /root/perf.sh {script}")
-    wait_until(lambda: running.wait_until_active() != old, "another process", 30)
+    wait_until(lambda: running.wait_until_active() != old, "another process", 60)
     running.raise_and_wait("percent")
     running.sh(f"sed -i /perfMon/d {SETTINGS}; systemctl restart {UNIT}")

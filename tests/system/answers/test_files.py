@@ -206,6 +206,8 @@ def test_fallback_beside_the_definitions_adds_nothing(sandbox):
     assert "fallback-unused" not in "".join(check.findings("--offline"))
     sandbox.write_definitions(ROW, path=FALLBACK_DEFINITIONS)
     assert f"note fallback-unused {FALLBACK_DEFINITIONS}" in check.findings("--offline")
+    sandbox.sh(f"ln -sf {DEFINITIONS} {FALLBACK_DEFINITIONS}")
+    assert "fallback-unused" not in "".join(check.findings("--offline"))
     service = sandbox.start_listening_service()
     sandbox.send("perf01", "95")
     service.wait_for_line("Event perf01 is not defined")

@@ -158,7 +158,9 @@ INSTANTIATE_TEST_SUITE_P(Rows, Number, testing::ValuesIn(kNumbers), OutcomeOf())
 TEST(SwitchTest, TakesAnyNumberAndNothingElse) {
   for (const std::string key : {"usbDevMon", "vmwSigninMon", "agentConnMon", "perfMon"}) {
     for (const std::string value : {"0", "-1", "-2147483647", "2147483647"}) {
-      EXPECT_EQ(Found("allowed=a1 perf01 sys05 sec03 net02\n" + key + "=" + value,
+      std::string file = "allowed=a1 perf01 sys05 sec03 net02\n";
+      file.append(key).append("=").append(value);
+      EXPECT_EQ(Found(file,
                       [](const Findings &findings) {
                         return std::to_string(findings.Has("out-of-range") ||
                                               findings.Has("not-a-number"));

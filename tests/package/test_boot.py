@@ -56,10 +56,10 @@ def test_file_that_another_user_makes_in_the_wait_for_the_name_is_cleared(machin
     machine.raise_and_wait("late")
 
 
-def test_name_that_never_resolves_is_asked_for_again_and_again(machine):
+def test_name_that_does_not_resolve_is_asked_for_again(machine):
     machine.write_settings(host="collector.example")
     machine.boot()
-    wait_until(lambda: int(machine.show("NRestarts")) >= 2, "a second start", 90)
+    wait_until(lambda: int(machine.show("NRestarts")) >= 1, "a second start", 90)
     assert "The collector's name collector.example has no address yet" in machine.sh(
         "journalctl --namespace=ov-event-logger --output=cat")
     machine.sh("echo 127.0.0.1 collector.example >>/etc/hosts")

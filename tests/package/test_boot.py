@@ -101,9 +101,9 @@ def test_ten_built_in_events_come_through_the_confined_unit(machine):
     machine.collector.wait_for(" sys06 ")
     for outcome, event in (("success", "sec03"), ("error", "sec04")):
         machine.sh(f"printf '{outcome}\\nanna\\n\\n' >/run/ov-event-logger/signin")
-        machine.sh("systemd-run --unit=client /usr/bin/horizon-client 1000")
+        machine.sh(f"systemd-run --unit={event} /usr/bin/horizon-client 1000")
         assert "anna" in machine.collector.wait_for(f" {event} ")
-        machine.sh("systemctl stop client")
+        machine.sh(f"systemctl stop {event}")
         wait_for_checks(machine)
     for status, event in (("CONNECTED", "net02"), ("FAILED", "net03")):
         machine.sh(f"printf 'a\\nb\\n{status}\\n' >/tmp/ovwsagentstatus")

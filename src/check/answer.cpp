@@ -55,7 +55,8 @@ class Answer {
     }
     AddFindings(findings_, document_);
     if (command != "settings" || findings_.HasComplaint()) {
-      text_ += FindingsAsText(findings_, HasColours());
+      const bool isValueAlone = command == "settings" && question_.words.size() == 2;
+      (isValueAlone ? errors_ : text_) += FindingsAsText(findings_, HasColours());
     }
     return Finish(findings_.HasComplaint() || isLost_ ? kComplaint : kNoComplaint);
   }
@@ -103,10 +104,16 @@ class Answer {
     }
     // The values of a file that cannot be read remain unknown; without a file they are the
     // defaults.
-    if (settings_.IsReadable() || !settings_.Exists()) {
-      const SettingsAnswer answer = AnswerFor(settings_);
+    if (!settings_.IsReadable() && settings_.Exists()) {
+      return;
+    }
+    const SettingsAnswer answer = AnswerFor(settings_);
+    document_ = AsJson(answer);
+    if (question_.words.size() == 1) {
       text_ = AsText(answer);
-      document_ = AsJson(answer);
+    } else {
+      const int index = SettingsKeys().indexOf(QString::fromUtf8(question_.words[1]));
+      text_ = answer.settings[index].value.toUtf8() + '\n';
     }
   }
 
@@ -124,7 +131,9 @@ class Answer {
   int Finish(int status) {
     if (question_.wantsJson) {
       text_ = QJsonDocument(document_).toJson();
+      errors_.clear();
     }
+    std::fputs(errors_.constData(), stderr);
     std::fwrite(text_.constData(), 1, static_cast<std::size_t>(text_.size()), stdout);
     return status;
   }
@@ -135,6 +144,7 @@ class Answer {
   const DefinitionsFile definitions_;
   Findings findings_;
   QByteArray text_;
+  QByteArray errors_;
   QJsonObject document_;
   bool isLost_ = false;
 };

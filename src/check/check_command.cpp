@@ -9,6 +9,7 @@
 #include "base/names_codec.h"
 #include "check/answer.h"
 #include "check/built_in_monitors.h"
+#include "check/check_settings.h"
 #include "check/finding.h"
 #include "config/settings.h"
 #include "service/event_catalogue.h"
@@ -19,7 +20,7 @@ namespace {
 constexpr char kUsage[] =
     "Usage: ov-event-check [OPTION]...                    check everything\n"
     "  or:  ov-event-check [OPTION]... event ID [VALUES]  what becomes of this event\n"
-    "  or:  ov-event-check [OPTION]... settings           the settings in force\n"
+    "  or:  ov-event-check [OPTION]... settings [KEY]     the settings in force, or one\n"
     "  or:  ov-event-check [OPTION]... script NAME        run perf.sh, usb-devices.sh or\n"
     "                                                     vmw-signin-status.sh as its monitor "
     "would\n"
@@ -63,6 +64,15 @@ int Explain(const QString &name) {
   return kNoComplaint;
 }
 
+QByteArray ComplaintAboutKey(const QString &key) {
+  if (SettingsKeys().contains(key)) {
+    return {};
+  }
+  const QString meant = ClosestTo(key, SettingsKeys());
+  return "there is no key " + Quoted(key).toUtf8() +
+         (meant.isEmpty() ? QByteArray() : "; is it " + meant.toUtf8() + "?");
+}
+
 // What is wrong with the words behind the options, or nothing.
 QByteArray ComplaintAbout(const Question &question) {
   const QList<QByteArray> &words = question.words;
@@ -83,8 +93,11 @@ QByteArray ComplaintAbout(const Question &question) {
   if (command == "event") {
     return "event takes an identifier and at most one text of values";
   }
+  if (command == "settings" && words.size() == 2) {
+    return ComplaintAboutKey(QString::fromUtf8(words[1]));
+  }
   if (command == "settings") {
-    return "settings takes no argument";
+    return "settings takes at most one key";
   }
   return command == "script" ? QByteArray("script takes the name of a script")
                              : "there is no command \"" + command + '"';

@@ -28,7 +28,7 @@ QString PriorityName(std::int32_t priority) {
   return QStringLiteral("%1.%2").arg(QLatin1String(kFacilities[facility]), Text(severity));
 }
 
-QString PlaceText(const Place &place) {
+QString FileAndLine(const Place &place) {
   return place.line > 0 ? QStringLiteral("%1:%2").arg(place.file, QString::number(place.line))
                         : place.file;
 }
@@ -84,7 +84,7 @@ QByteArray AsText(const EventAnswer &answer) {
                              Printable(answer.definition->text)));
   text += Row("allowed", QStringLiteral("%1, %2").arg(
                              answer.isAllowed ? QStringLiteral("yes") : QStringLiteral("no"),
-                             PlaceText(answer.allowedPlace)));
+                             FileAndLine(answer.allowedPlace)));
   text += Row("forwarded", answer.definition == nullptr
                                ? QStringLiteral("no: define it, and restart the service")
                                : (answer.isAllowed ? QStringLiteral("yes")

@@ -11,6 +11,8 @@ import pytest
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 CAUSES = re.findall(r"^### (.*)", (REPOSITORY / "docs/ANSWERS.md").read_text(), re.MULTILINE)
+KEYS = re.findall(r"^(\w+)=", (REPOSITORY / "examples/ov-event-logger.ini").read_text(),
+                  re.MULTILINE)
 OPTIONS = {"--settings", "--definitions", "--offline", "--json", "--explain", "--help", "--version"}
 FALLBACK = "/tmp/ov-event-def.csv"
 DEFINITIONS = "/usr/lib/orvan/ov-event-logger/ov-event-def.csv"
@@ -46,7 +48,8 @@ def shell_folder(tmp_path_factory):
     (folder / "completions").mkdir()
     for source in (REPOSITORY / "packaging/completions").iterdir():
         (folder / "completions" / source.name).write_text(
-            source.read_text().replace("@CAUSES@", " ".join(CAUSES)))
+            source.read_text().replace("@CAUSES@", " ".join(CAUSES)).replace(
+                "@KEYS@", " ".join(KEYS)))
     (folder / "completions/ov-event-logger").symlink_to("ov-event-check")
     (folder / ".zshrc").write_text(ZSHRC)
     (folder / "rows.csv").write_text("door01, a, b, warn\n")
@@ -108,6 +111,7 @@ def read_until(reader, text):
     ("ov-event-check --offline s", {"settings", "script"}),
     ("ov-event-check --explain ", set(CAUSES)),
     ("ov-event-check --explain=no-h", {"no-header", "no-host"}),
+    ("ov-event-check settings ", set(KEYS)),
     ("ov-event-check --settings /tmp/shell/r", {"rows.csv"}),
     ("ov-event-check --definitions=/tmp/shell/r", {"rows.csv"}),
     ("ov-event-check --json event ", {"perf01", "sys05"}),

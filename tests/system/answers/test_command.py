@@ -23,7 +23,8 @@ HEADER = "<[PRI]>1 - [NAME] - - [ID] -"  # of RFC 5424: there is nothing to say 
 @pytest.mark.parametrize("arguments, complaint", [
     (["x"], 'there is no command "x"'), (["event"], "event takes an identifier and at most one"),
     (["event", "a", "b", "c"], "event takes an identifier and at most one"),
-    (["settings", "x"], "settings takes no argument"),
+    (["settings", "hosts"], 'there is no key "hosts"; is it host?'),
+    (["settings", "host", "port"], "settings takes at most one key"),
     (["script"], "script takes the name of a script"),
     (["script", "x.sh"], 'there is no script "x.sh" of a monitor; there are perf.sh, usb-'),
     (["--offline", "script", "perf.sh"], "script runs on this machine, and --offline asks"),
@@ -261,6 +262,19 @@ def test_settings_that_are_missing_are_a_finding_beside_the_defaults(sandbox, ch
     assert process.status == 1
     assert process.lines[-2].startswith(f"{SETTINGS}: error: there is no such file")
     assert check.json("settings")["findings"][0]["cause"] == "no-settings"
+
+
+def test_value_of_one_key_stands_alone(sandbox, check):
+    sandbox.write_settings(host="collector.example", port="x")
+    process = check.run("settings", "host")
+    assert (process.status, process.stdout, process.stderr) == (0, "collector.example\n", "")
+    assert check.run("settings", "port").stdout == "514\n"
+
+
+def test_value_of_one_key_has_no_findings_beside_it(sandbox, check):
+    process = check.run("settings", "host")
+    assert (process.status, process.stdout) == (1, "\n")
+    assert process.stderr.startswith(f"{SETTINGS}: error: there is no such file")
 
 
 def test_settings_that_cannot_be_read_have_no_values(sandbox, check):

@@ -10,7 +10,8 @@ constexpr char kDefinitions[] =
     "perf01,,,err\nperf02,,,err\nperf03,,,err\nsys05,,,err\nsys06,,,err\nsys07,,,err\n"
     "sec03,,,err\nsec04,,,err\nnet02,,,err\nnet03,,,err\nuser01,,,err\n\"q\",,,err\n";
 
-Findings Found(const std::string &settings, const std::string &definitions = kDefinitions) {
+Findings FoundInAllowed(const std::string &settings,
+                        const std::string &definitions = kDefinitions) {
   Findings findings;
   CheckAllowed(SettingsWith(settings), DefinitionsWith(definitions), findings);
   return findings;
@@ -19,10 +20,10 @@ Findings Found(const std::string &settings, const std::string &definitions = kDe
 class PlacesInAllowed : public testing::TestWithParam<TextRow> {};
 
 TEST_P(PlacesInAllowed, AreExact) {
-  EXPECT_EQ(Places(Found(GetParam().input)), GetParam().expected);
+  EXPECT_EQ(Places(FoundInAllowed(GetParam().input)), GetParam().expected);
 }
 
-const TextRow kPlaces[] = {
+const TextRow kAllowedPlaces[] = {
     {"DefinedIdentifierHasNone", "allowed=user01", ""},
     {"BlanksInARowAreNoIdentifier", "allowed=\" user01  \"", ""},
     {"MissingKeyIsFoundInTheWholeFile", "port=1", "nothing-allowed 0:0"},
@@ -38,7 +39,7 @@ const TextRow kPlaces[] = {
     {"TabIsFound", "allowed=user01\tsys05", "allowed-separator 1:9"},
     {"QuotedIdentifierMayBeDefined", "allowed=\\\"q\\\"", ""}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, PlacesInAllowed, testing::ValuesIn(kPlaces), OutcomeOf());
+INSTANTIATE_TEST_SUITE_P(Rows, PlacesInAllowed, testing::ValuesIn(kAllowedPlaces), OutcomeOf());
 
 const TextRow kMonitors[] = {
     {"MonitorWithoutItsEventsIsFound", "allowed=user01\nperfMon=1", "monitor-without-event 2:9"},
@@ -60,10 +61,10 @@ INSTANTIATE_TEST_SUITE_P(Monitors, PlacesInAllowed, testing::ValuesIn(kMonitors)
 class SentencesAboutAllowed : public testing::TestWithParam<TextRow> {};
 
 TEST_P(SentencesAboutAllowed, AreExact) {
-  EXPECT_EQ(Sentences(Found("allowed=" + GetParam().input)), GetParam().expected);
+  EXPECT_EQ(Sentences(FoundInAllowed("allowed=" + GetParam().input)), GetParam().expected);
 }
 
-const TextRow kSentences[] = {
+const TextRow kAllowedSentences[] = {
     {"Nothing", "",
      "nothing-allowed: `allowed` names no event, and the service forwards none. List the "
      "identifiers with blanks between them <>"},
@@ -100,7 +101,8 @@ const TextRow kSentences[] = {
      "event-without-monitor: sec04 is allowed, but `vmwSigninMon`, the monitor that raises it, is "
      "off: only `ov-event-logger -e` raises it then <sec04>"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, SentencesAboutAllowed, testing::ValuesIn(kSentences), OutcomeOf());
+INSTANTIATE_TEST_SUITE_P(Rows, SentencesAboutAllowed, testing::ValuesIn(kAllowedSentences),
+                         OutcomeOf());
 
 TEST(CheckAllowedTest, DefinitionsThatCannotBeReadLeaveOpenWhatIsDefined) {
   Findings findings;

@@ -6,7 +6,7 @@
 namespace ov {
 namespace {
 
-Findings Found(const std::string &definitions) {
+Findings FoundInDefinitions(const std::string &definitions) {
   Findings findings;
   CheckDefinitions(DefinitionsWith(definitions), findings);
   return findings;
@@ -15,10 +15,10 @@ Findings Found(const std::string &definitions) {
 class PlacesInDefinitions : public testing::TestWithParam<TextRow> {};
 
 TEST_P(PlacesInDefinitions, AreExact) {
-  EXPECT_EQ(Places(Found(GetParam().input)), GetParam().expected);
+  EXPECT_EQ(Places(FoundInDefinitions(GetParam().input)), GetParam().expected);
 }
 
-const TextRow kPlaces[] = {
+const TextRow kDefinitionsPlaces[] = {
     {"ValidFileHasNone", "# comment\n\n  \nperf01, CPU, Processor, warn\nsys05,,,debug\n", ""},
     {"IndentedHashIsFound", " # a\n\t#", "indented-comment 1:2|indented-comment 2:2"},
     {"SemicolonIsFound", ";a\n ;,,,err", "indented-comment 1:1|indented-comment 2:2"},
@@ -46,7 +46,8 @@ const TextRow kPlaces[] = {
     {"FirstAndLastVisibleCharactersAreAnIdentifier", "!~,,,err", ""},
     {"BadIdentifierHidesNoSeverity", "a b,,,x", "bad-id 1:1|unknown-severity 1:7"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, PlacesInDefinitions, testing::ValuesIn(kPlaces), OutcomeOf());
+INSTANTIATE_TEST_SUITE_P(Rows, PlacesInDefinitions, testing::ValuesIn(kDefinitionsPlaces),
+                         OutcomeOf());
 
 const TextRow kHeaders[] = {
     {"IdIsFound", "ID,a,b,c", "header-row 1:1"},
@@ -69,10 +70,10 @@ INSTANTIATE_TEST_SUITE_P(Headers, PlacesInDefinitions, testing::ValuesIn(kHeader
 class SentencesAboutDefinitions : public testing::TestWithParam<TextRow> {};
 
 TEST_P(SentencesAboutDefinitions, AreExact) {
-  EXPECT_EQ(Sentences(Found(GetParam().input)), GetParam().expected);
+  EXPECT_EQ(Sentences(FoundInDefinitions(GetParam().input)), GetParam().expected);
 }
 
-const TextRow kSentences[] = {
+const TextRow kDefinitionsSentences[] = {
     {"IndentedComment", " #a,b",
      "indented-comment: a comment begins with \"#\" in the first column: the service takes this "
      "line for a definition. Begin it so <#a>"},
@@ -116,7 +117,7 @@ const TextRow kSentences[] = {
      "priority is one below that of emerg. Write one of emerg alert crit err warn notice info "
      "debug <a>"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, SentencesAboutDefinitions, testing::ValuesIn(kSentences),
+INSTANTIATE_TEST_SUITE_P(Rows, SentencesAboutDefinitions, testing::ValuesIn(kDefinitionsSentences),
                          OutcomeOf());
 
 TEST(CheckDefinitionsTest, MissingFileIsTheOnlyFinding) {

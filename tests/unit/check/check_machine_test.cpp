@@ -32,9 +32,9 @@ ServiceProcess Service() {
 }
 
 // The sentences about this machine, whose service listens.
-std::string Found(const std::string &settings,
-                  const std::optional<ServiceProcess> &service = Service(),
-                  const std::string &event = "") {
+std::string FoundOnMachine(const std::string &settings,
+                           const std::optional<ServiceProcess> &service = Service(),
+                           const std::string &event = "") {
   const UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_un address = ServiceSocketAddress();
   EXPECT_EQ(bind(socket.Get(), AsSocketAddress(address), sizeof(address)), 0);
@@ -45,7 +45,7 @@ std::string Found(const std::string &settings,
   return Sentences(findings);
 }
 
-TEST(CheckMachineTest, MachineInOrderHasNoFindings) { EXPECT_EQ(Found(kQuiet), ""); }
+TEST(CheckMachineTest, MachineInOrderHasNoFindings) { EXPECT_EQ(FoundOnMachine(kQuiet), ""); }
 
 // --- The service -------------------------------------------------------------------------------
 
@@ -65,7 +65,7 @@ TEST(CheckMachineTest, ServiceThatDoesNotRunIsFoundAndItsSocketIsStale) {
 }
 
 TEST(CheckMachineTest, ServiceThatListensAndIsNotSeenIsANote) {
-  EXPECT_EQ(Found(kQuiet, std::nullopt),
+  EXPECT_EQ(FoundOnMachine(kQuiet, std::nullopt),
             "not-running: a service listens, but this user may not see its process: its user, "
             "start and environment remain unknown <>");
 }
@@ -120,7 +120,7 @@ TEST(CheckMachineTest, OldDefinitionsAreNamed) {
   std::filesystem::remove(kSystemDefinitionsPath);
   ServiceProcess service = Service();
   service.startTime = {};
-  EXPECT_EQ(Found(kQuiet, service),
+  EXPECT_EQ(FoundOnMachine(kQuiet, service),
             "old-definitions: /tmp/ov-event-def.csv has changed since the service started, and the "
             "service reads it at its start alone. Restart the service <>");
 }
@@ -130,30 +130,30 @@ TEST(CheckMachineTest, FewDescriptorsAreFoundOverTcp) {
   const std::string tcp =
       std::string(kQuiet) + "protocol=syslog-tcp\nport=" + std::to_string(collector.Port());
   ServiceProcess service = Service();
-  EXPECT_EQ(Found(tcp, service), "");
+  EXPECT_EQ(FoundOnMachine(tcp, service), "");
   service.descriptors = 7 * 24 * 360;
-  EXPECT_EQ(Found(tcp, service), "");
+  EXPECT_EQ(FoundOnMachine(tcp, service), "");
   *service.descriptors -= 1;
-  EXPECT_THAT(Found(tcp, service), testing::HasSubstr("open 60479 descriptors, "));
+  EXPECT_THAT(FoundOnMachine(tcp, service), testing::HasSubstr("open 60479 descriptors, "));
   service.descriptors = 1024;
-  EXPECT_EQ(Found(tcp, service),
+  EXPECT_EQ(FoundOnMachine(tcp, service),
             "few-descriptors: the service may open 1024 descriptors, and each try to connect to a "
             "TCP collector that refuses leaves one open: after 2.8 hours without a collector it "
             "ends. Raise the limit (LimitNOFILE=) above 60480, which is a week <>");
-  EXPECT_EQ(Found(kQuiet, service), "");
+  EXPECT_EQ(FoundOnMachine(kQuiet, service), "");
 }
 
 // --- The collector and the network -------------------------------------------------------------
 
 TEST(CheckMachineTest, CollectorElsewhereIsNotReachedOverTheLoopback) {
-  EXPECT_EQ(Found("host=192.0.2.1\nformatString=[ID]"),
+  EXPECT_EQ(FoundOnMachine("host=192.0.2.1\nformatString=[ID]"),
             "loopback-only: only the loopback interface is up: lines name this machine by "
             "127.0.0.1, and a collector elsewhere gets none <>");
-  EXPECT_EQ(Found("host=localhost\nformatString=[ID]"), "");
+  EXPECT_EQ(FoundOnMachine("host=localhost\nformatString=[ID]"), "");
 }
 
 TEST(CheckMachineTest, MissingHostIsNotLookedUp) {
-  EXPECT_THAT(Found("formatString=[ID]"), testing::StartsWith("loopback-only: "));
+  EXPECT_THAT(FoundOnMachine("formatString=[ID]"), testing::StartsWith("loopback-only: "));
 }
 
 TEST(CheckMachineTest, HostThatIsWrongIsNotLookedUp) {
@@ -166,7 +166,7 @@ TEST(CheckMachineTest, HostThatIsWrongIsNotLookedUp) {
 
 TEST(CheckMachineTest, NameWithoutAnAddressIsFound) {
   EXPECT_THAT(
-      Found("host=nowhere.invalid\nformatString=[ID]"),
+      FoundOnMachine("host=nowhere.invalid\nformatString=[ID]"),
       testing::MatchesRegex(
           "unresolved-host: \"nowhere.invalid\" has no IPv4 address here \\([^)]+\\): every "
           "line is lost until the settings change or the service restarts. Check the name "
@@ -176,17 +176,17 @@ TEST(CheckMachineTest, NameWithoutAnAddressIsFound) {
 TEST(CheckMachineTest, CollectorThatRefusesIsFoundOverTcp) {
   const std::string port = std::to_string(ClosedPort());
   const std::string settings = std::string(kQuiet) + "port=" + port;
-  EXPECT_EQ(Found(settings + "\nprotocol=syslog-tcp"),
+  EXPECT_EQ(FoundOnMachine(settings + "\nprotocol=syslog-tcp"),
             "collector-refuses: 127.0.0.1:" + port +
                 " does not accept the connection (Connection refused): events wait, each change of "
                 "the settings too, and a restart loses what waits <>");
-  EXPECT_EQ(Found(settings), "");
+  EXPECT_EQ(FoundOnMachine(settings), "");
 }
 
 TEST(CheckMachineTest, PortIsThatOfTheService) {
   const TcpCollector collector;
-  EXPECT_EQ(Found(std::string(kQuiet) +
-                  "protocol=syslog-tcp\nport=" + std::to_string(collector.Port() + 65536)),
+  EXPECT_EQ(FoundOnMachine(std::string(kQuiet) +
+                           "protocol=syslog-tcp\nport=" + std::to_string(collector.Port() + 65536)),
             "");
   EXPECT_TRUE(collector.HasConnection());
 }
@@ -198,25 +198,25 @@ constexpr char kDated[] = "host=127.0.0.1\nformatString=[DATE]\n";
 TEST(CheckMachineTest, ZoneOtherThanUtcIsFoundWithADate) {
   setenv("TZ", "XXX-5:30", 1);
   tzset();
-  EXPECT_EQ(Found(kDated),
+  EXPECT_EQ(FoundOnMachine(kDated),
             "time-zone: [DATE] is local time, here UTC+05:30, and does not say so: collectors take "
             "it for their own <>");
-  EXPECT_EQ(Found(kQuiet), "");
+  EXPECT_EQ(FoundOnMachine(kQuiet), "");
   setenv("TZ", "XXX11", 1);
   tzset();
-  EXPECT_THAT(Found(kDated), testing::HasSubstr(" here UTC-11:00, "));
+  EXPECT_THAT(FoundOnMachine(kDated), testing::HasSubstr(" here UTC-11:00, "));
   setenv("TZ", "UTC", 1);
   tzset();
-  EXPECT_EQ(Found(kDated), "");
+  EXPECT_EQ(FoundOnMachine(kDated), "");
 }
 
 TEST(CheckMachineTest, EnvironmentThatIsNotSeenIsANoteWithADate) {
   ServiceProcess service = Service();
   service.environment.reset();
-  EXPECT_EQ(Found(kDated, service),
+  EXPECT_EQ(FoundOnMachine(kDated, service),
             "month-names: this user may not see the service's environment: in which language and "
             "time zone it writes [DATE] remains unknown, and lines here have this user's <>");
-  EXPECT_EQ(Found(kQuiet, service), "");
+  EXPECT_EQ(FoundOnMachine(kQuiet, service), "");
 }
 
 // --- Monitors ----------------------------------------------------------------------------------
@@ -225,33 +225,34 @@ TEST(CheckMachineTest, OnlyScriptsOfMonitorsThatAreOnAndConcernTheEventRun) {
   for (const char *script : {"perf.sh", "usb-devices.sh", "vmw-signin-status.sh"}) {
     std::filesystem::remove(std::string("/usr/lib/orvan/ov-event-logger/") + script);
   }
-  EXPECT_EQ(Found(std::string(kQuiet) + "usbDevMon=1"),
+  EXPECT_EQ(FoundOnMachine(std::string(kQuiet) + "usbDevMon=1"),
             "no-script: /usr/lib/orvan/ov-event-logger/usb-devices.sh does not exist: its monitor "
             "sees nothing. Install it, or switch the monitor off <sys05 sys06 sys07>");
   const std::string both = std::string(kQuiet) + "perfMon=1\nusbDevMon=1\n";
-  EXPECT_THAT(Found(both), testing::HasSubstr("|no-script: "));
+  EXPECT_THAT(FoundOnMachine(both), testing::HasSubstr("|no-script: "));
   EXPECT_THAT(
-      Found(both, Service(), "perf02"),
+      FoundOnMachine(both, Service(), "perf02"),
       testing::AllOf(testing::HasSubstr("/perf.sh "), testing::Not(testing::HasSubstr("usb"))));
-  EXPECT_EQ(Found(both, Service(), "sec03"), "");
+  EXPECT_EQ(FoundOnMachine(both, Service(), "sec03"), "");
 }
 
 TEST(CheckMachineTest, MissingPgrepIsFoundForTheSigninMonitor) {
   setenv("PATH", "/nowhere", 1);
-  EXPECT_EQ(Found(std::string(kQuiet) + "vmwSigninMon=1", Service(), "x"),
+  EXPECT_EQ(FoundOnMachine(std::string(kQuiet) + "vmwSigninMon=1", Service(), "x"),
             "no-pgrep: there is no pgrep: the sign-in monitor sees no client and raises nothing. "
             "Install the package procps <sec03 sec04>");
-  EXPECT_EQ(Found(kQuiet), "");
+  EXPECT_EQ(FoundOnMachine(kQuiet), "");
 }
 
 TEST(CheckMachineTest, StatusOfTheAgentIsANote) {
   const std::string settings = std::string(kQuiet) + "agentConnMon=1";
-  EXPECT_EQ(Found(settings),
+  EXPECT_EQ(FoundOnMachine(settings),
             "status-file: /tmp/ovwsagentstatus has no third line to read: the connection counts as "
             "not yet tried, or, after a status, as failed <net02 net03>");
   WriteFile("/tmp/ovwsagentstatus", "a\nb\nCONNECTED\n");
-  EXPECT_EQ(Found(settings), "status-file: /tmp/ovwsagentstatus says \"CONNECTED\" <net02 net03>");
-  EXPECT_EQ(Found(kQuiet), "");
+  EXPECT_EQ(FoundOnMachine(settings),
+            "status-file: /tmp/ovwsagentstatus says \"CONNECTED\" <net02 net03>");
+  EXPECT_EQ(FoundOnMachine(kQuiet), "");
 }
 
 }  // namespace

@@ -8,7 +8,7 @@ namespace {
 
 // The lines, and behind them valid values of `host` and `allowed` unless the lines have the key.
 template <typename Show>
-std::string Found(const std::string &lines, Show &&show) {
+std::string FoundInSettings(const std::string &lines, Show &&show) {
   std::string contents = lines + "\n";
   contents += lines.find("host") == std::string::npos ? "host=localhost\n" : "";
   contents += lines.find("allowed") == std::string::npos ? "allowed=a1\n" : "";
@@ -20,12 +20,14 @@ std::string Found(const std::string &lines, Show &&show) {
 
 class PlacesIn : public testing::TestWithParam<TextRow> {};
 
-TEST_P(PlacesIn, Settings) { EXPECT_EQ(Found(GetParam().input, Places), GetParam().expected); }
+TEST_P(PlacesIn, Settings) {
+  EXPECT_EQ(FoundInSettings(GetParam().input, Places), GetParam().expected);
+}
 
 class SentencesAbout : public testing::TestWithParam<TextRow> {};
 
 TEST_P(SentencesAbout, Settings) {
-  EXPECT_EQ(Found(GetParam().input, Sentences), GetParam().expected);
+  EXPECT_EQ(FoundInSettings(GetParam().input, Sentences), GetParam().expected);
 }
 
 // --- Lines and keys ----------------------------------------------------------------------------
@@ -124,7 +126,7 @@ class RangeOf : public testing::TestWithParam<RangeRow> {};
 TEST_P(RangeOf, Key) {
   const RangeRow &row = GetParam();
   const auto found = [&](int value) {
-    return Found(std::string(row.outcome) + "=" + std::to_string(value), Places);
+    return FoundInSettings(std::string(row.outcome) + "=" + std::to_string(value), Places);
   };
   const std::string isOut =
       "out-of-range 1:" + std::to_string(std::string_view(row.outcome).size() + 2);
@@ -146,8 +148,9 @@ class Number : public testing::TestWithParam<Row> {};
 
 TEST_P(Number, IsCheckedWhereItHolds) {
   const std::string key = GetParam().outcome;
-  EXPECT_EQ(Found("\n" + key + "= 1x", Places), "not-a-number 2:" + std::to_string(key.size() + 3));
-  EXPECT_EQ(Found(key + "=1x\n" + key + "= 1 ", Places), "repeated-key 1:1");
+  EXPECT_EQ(FoundInSettings("\n" + key + "= 1x", Places),
+            "not-a-number 2:" + std::to_string(key.size() + 3));
+  EXPECT_EQ(FoundInSettings(key + "=1x\n" + key + "= 1 ", Places), "repeated-key 1:1");
 }
 
 const Row kNumbers[] = {
@@ -160,15 +163,16 @@ TEST(SwitchTest, TakesAnyNumberAndNothingElse) {
     for (const std::string value : {"0", "-1", "-2147483647", "2147483647"}) {
       std::string file = "allowed=a1 perf01 sys05 sec03 net02\n";
       file.append(key).append("=").append(value);
-      EXPECT_EQ(Found(file,
-                      [](const Findings &findings) {
-                        return std::to_string(findings.Has("out-of-range") ||
-                                              findings.Has("not-a-number"));
-                      }),
+      EXPECT_EQ(FoundInSettings(file,
+                                [](const Findings &findings) {
+                                  return std::to_string(findings.Has("out-of-range") ||
+                                                        findings.Has("not-a-number"));
+                                }),
                 "0")
           << key << value;
     }
-    EXPECT_EQ(Found(key + "=on", Places), "not-a-number 1:" + std::to_string(key.size() + 2));
+    EXPECT_EQ(FoundInSettings(key + "=on", Places),
+              "not-a-number 1:" + std::to_string(key.size() + 2));
   }
 }
 
@@ -185,7 +189,7 @@ struct HostRow : Row {
 class Host : public testing::TestWithParam<HostRow> {};
 
 TEST_P(Host, IsChecked) {
-  EXPECT_EQ(Found("host=" + GetParam().host, Places),
+  EXPECT_EQ(FoundInSettings("host=" + GetParam().host, Places),
             GetParam().isFound ? "host-not-ipv4 1:6" : "");
 }
 
@@ -226,7 +230,7 @@ INSTANTIATE_TEST_SUITE_P(Collectors, PlacesIn, testing::ValuesIn(kCollectors), O
 
 // --- Sentences ---------------------------------------------------------------------------------
 
-const TextRow kSentences[] = {
+const TextRow kSettingsSentences[] = {
     {"UnknownKeyNamesTheOneThatIsMeant", "Port=1",
      "unknown-key: the service does not know the key `Port` and ignores it. Write `port` <>"},
     {"UnknownKeyMayMeanNone", "xyz=1",
@@ -323,7 +327,7 @@ const TextRow kSentences[] = {
      "unknown-key: the service passes over this line, since it has no \"=\". A comment begins with "
      "\";\" <>"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, SentencesAbout, testing::ValuesIn(kSentences), OutcomeOf());
+INSTANTIATE_TEST_SUITE_P(Rows, SentencesAbout, testing::ValuesIn(kSettingsSentences), OutcomeOf());
 
 // --- Files and keys ----------------------------------------------------------------------------
 

@@ -6,9 +6,7 @@
 namespace ov {
 namespace {
 
-const HostIdentity kHost{QStringLiteral("192.0.2.1"), QStringLiteral("tc-0042")};
-
-Findings Found(const std::string &settings, const std::string &definitions) {
+Findings FoundInTemplate(const std::string &settings, const std::string &definitions) {
   Findings findings;
   CheckTemplate(SettingsWith(settings), DefinitionsWith(definitions), kHost, findings);
   return findings;
@@ -20,7 +18,8 @@ Findings Found(const std::string &settings, const std::string &definitions) {
 class UdpTemplate : public testing::TestWithParam<TextRow> {};
 
 TEST_P(UdpTemplate, IsChecked) {
-  EXPECT_EQ(Places(Found("formatString=\"" + GetParam().input + "\"", "")), GetParam().expected);
+  EXPECT_EQ(Places(FoundInTemplate("formatString=\"" + GetParam().input + "\"", "")),
+            GetParam().expected);
 }
 
 const TextRow kHeaders[] = {
@@ -79,10 +78,14 @@ const TextRow kTokens[] = {
 INSTANTIATE_TEST_SUITE_P(Tokens, UdpTemplate, testing::ValuesIn(kTokens), OutcomeOf());
 
 TEST(CheckTemplateTest, TcpTakesAwayTheBlanksInFront) {
-  EXPECT_EQ(Places(Found("protocol=syslog-tcp\nformatString=\" <[PRI]>[DATE] [ID] \"", "")), "");
+  EXPECT_EQ(
+      Places(FoundInTemplate("protocol=syslog-tcp\nformatString=\" <[PRI]>[DATE] [ID] \"", "")),
+      "");
 }
 
-TEST(CheckTemplateTest, TemplateThatIsMissingIsTheDefault) { EXPECT_EQ(Places(Found("", "")), ""); }
+TEST(CheckTemplateTest, TemplateThatIsMissingIsTheDefault) {
+  EXPECT_EQ(Places(FoundInTemplate("", "")), "");
+}
 
 // --- First characters --------------------------------------------------------------------------
 
@@ -95,7 +98,7 @@ struct DigitRow : Row {
 class FirstCharacter : public testing::TestWithParam<DigitRow> {};
 
 TEST_P(FirstCharacter, IsChecked) {
-  EXPECT_EQ(Found(GetParam().settings, GetParam().definitions).Has("starts-with-digit"),
+  EXPECT_EQ(FoundInTemplate(GetParam().settings, GetParam().definitions).Has("starts-with-digit"),
             GetParam().isFound);
 }
 
@@ -132,10 +135,11 @@ class Length : public testing::TestWithParam<LengthRow> {};
 
 // An identifier of two bytes, and values of 127.
 TEST_P(Length, IsChecked) {
-  const Findings findings = Found(GetParam().settings,
-                                  "a1,,,err\n"
-                                  "b1, label, " +
-                                      std::string(GetParam().description, 'd') + ",err\nb1,,\n");
+  const Findings findings =
+      FoundInTemplate(GetParam().settings,
+                      "a1,,,err\n"
+                      "b1, label, " +
+                          std::string(GetParam().description, 'd') + ",err\nb1,,\n");
   QStringList found;
   for (const Finding &finding : findings.Sorted()) {
     if (QLatin1String(finding.cause->name) == QLatin1String("line-too-long")) {
@@ -168,7 +172,8 @@ INSTANTIATE_TEST_SUITE_P(Rows, Length, testing::ValuesIn(kLengths), OutcomeOf())
 
 TEST(CheckTemplateTest, OnlyTheLineThatHoldsIsTooLong) {
   const std::string text(1100, 'd');
-  EXPECT_EQ(Places(Found("", "a1,," + text + ",err\na1,,b,err\nb1,," + text + ",err\nb1,," + text)),
+  EXPECT_EQ(Places(FoundInTemplate(
+                "", "a1,," + text + ",err\na1,,b,err\nb1,," + text + ",err\nb1,," + text)),
             "line-too-long 3:5");
 }
 
@@ -177,10 +182,11 @@ TEST(CheckTemplateTest, OnlyTheLineThatHoldsIsTooLong) {
 class SentencesAboutTemplate : public testing::TestWithParam<TextRow> {};
 
 TEST_P(SentencesAboutTemplate, AreExact) {
-  EXPECT_EQ(Sentences(Found("formatString=" + GetParam().input, "")), GetParam().expected);
+  EXPECT_EQ(Sentences(FoundInTemplate("formatString=" + GetParam().input, "")),
+            GetParam().expected);
 }
 
-const TextRow kSentences[] = {
+const TextRow kTemplateSentences[] = {
     {"TokenThatIsMeant", "<[PRI]>[DATE] [ID] [id]",
      "unknown-token: [id] is no token, and goes out as it stands. Write [ID] <>"},
     {"NoTokenIsMeant", "<[PRI]>[DATE] [ID] {ABCDEF}",
@@ -206,7 +212,8 @@ const TextRow kSentences[] = {
      "TCP rsyslog takes the number for the length of the line, and cuts, joins or drops lines. "
      "Begin the template with <[PRI]> <>"}};
 
-INSTANTIATE_TEST_SUITE_P(Rows, SentencesAboutTemplate, testing::ValuesIn(kSentences), OutcomeOf());
+INSTANTIATE_TEST_SUITE_P(Rows, SentencesAboutTemplate, testing::ValuesIn(kTemplateSentences),
+                         OutcomeOf());
 
 }  // namespace
 }  // namespace ov

@@ -8,10 +8,13 @@
 #include "check/definitions_file.h"
 #include "check/finding.h"
 #include "check/settings_file.h"
+#include "output/host_identity.h"
 #include "service/event_catalogue.h"
 #include "support/files.h"
 
 namespace ov {
+
+inline const HostIdentity kHost{QStringLiteral("192.0.2.1"), QStringLiteral("tc-0042")};
 
 inline QString Q(const std::string &text) { return QString::fromStdString(text); }
 

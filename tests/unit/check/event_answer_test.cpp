@@ -9,8 +9,6 @@
 namespace ov {
 namespace {
 
-const HostIdentity kHost{QStringLiteral("192.0.2.1"), QStringLiteral("tc-0042")};
-
 struct Asked {
   std::string id = "perf01";
   std::string values = "95";

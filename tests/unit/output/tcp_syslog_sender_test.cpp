@@ -7,9 +7,6 @@
 namespace ov {
 namespace {
 
-const Output kNothing{"", ""};
-const Output kSendError{"Error sending message\n", ""};
-
 volatile std::sig_atomic_t brokenPipeSignals = 0;
 
 Output Send(const UniqueFd &connection, const std::string &line) {

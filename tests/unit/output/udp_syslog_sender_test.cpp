@@ -5,9 +5,6 @@
 namespace ov {
 namespace {
 
-const Output kNothing{"", ""};
-const Output kSendError{"Error sending message\n", ""};
-
 class UdpSyslogSenderTest : public testing::Test {
  protected:
   bool Init(const char *host = "127.0.0.1") {

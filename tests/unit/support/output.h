@@ -14,6 +14,9 @@ struct Output {
   std::string err;
 };
 
+inline const Output kNothing{"", ""};
+inline const Output kSendError{"Error sending message\n", ""};
+
 inline bool operator==(const Output &left, const Output &right) {
   return left.out == right.out && left.err == right.err;
 }

@@ -71,8 +71,9 @@ mount_points() {
         {
             for (type = 8; type < NF && $(type - 1) != "-"; type++) ;
             if ($type !~ counted && $type !~ passed) avoid[$5]
+            # Not the options of the mount: the unit makes every mount read-only for its service.
             # Of mounts on one another the last line is the one that is seen.
-            looked_at[$5] = $type ~ counted && "," $6 "," $NF "," !~ /,ro,/
+            looked_at[$5] = $type ~ counted && "," $NF "," !~ /,ro,/
         }
         END {
             for (path in looked_at) {

@@ -1,7 +1,11 @@
 """What happens as the machine starts and stops."""
 
+import os
 import re
+import subprocess
 import textwrap
+
+import pytest
 
 from machine import REPOSITORY, SETTINGS, UNIT, wait_until
 
@@ -64,6 +68,43 @@ def test_name_that_does_not_resolve_is_asked_for_again(machine):
         "journalctl --namespace=ov-event-logger --output=cat")
     machine.sh("echo 127.0.0.1 collector.example >>/etc/hosts")
     machine.wait_until_active()
+
+
+def test_drop_in_lets_a_script_keep_a_state(machine):
+    machine.write_settings(perfMon=1)
+    folder = machine.path(f"/etc/systemd/system/{UNIT}.d")
+    folder.mkdir()
+    (folder / "rights.conf").write_text(drop_in("The unit"))
+    machine.path("/usr/lib/orvan/ov-event-logger/perf.sh").write_text(
+        "#!/bin/sh\nid -nG >/var/lib/ov-event-logger/groups\n")
+    machine.boot()
+    wait_until(lambda: machine.run("cat /var/lib/ov-event-logger/groups").stdout ==
+               "ov-event-logger plugdev\n", "the script's file")
+
+
+@pytest.fixture
+def disk(machine, tmp_path):
+    """Nearly full, and mounted on the machine."""
+    image = tmp_path / "disk"
+    with image.open("wb") as file:
+        file.truncate(64 << 20)
+    subprocess.run(["mkfs.ext4", "-q", "-m", "0", image], check=True)
+    path = machine.path("/srv/data")
+    path.mkdir()
+    subprocess.run(["mount", "-o", "loop", image, path], check=True)
+    state = os.statvfs(path)
+    (path / "full").write_bytes(bytes(int(state.f_bavail * 0.97) * state.f_bsize))
+    yield path
+    subprocess.run(["umount", path], check=True)
+
+
+def test_confined_script_sees_how_full_a_disk_is(machine, disk):
+    machine.write_settings(perfMon=1, cpuThreshold=101, memThreshold=101, diskThreshold=90)
+    state = os.statvfs(disk)
+    used = state.f_blocks - state.f_bfree
+    machine.boot()
+    percent = used * 10000 // (used + state.f_bavail) / 100
+    assert f" - {percent:.2f}% > 90.00% " in machine.collector.wait_for(" perf03 ")
 
 
 USB = "/srv/usb"

@@ -122,7 +122,8 @@ def test_purge_leaves_nothing(bare):
     bare.sh("systemctl enable --now ov-event-logger-heartbeat.timer; "
             "systemctl start ov-event-logger-heartbeat.service")
     bare.collector.wait_for(" sys03 ")
-    bare.sh("dpkg --remove ov-event-logger")
+    bare.sh(f"mkdir -p /var/lib/ov-event-logger; systemctl kill --signal=KILL {UNIT}; "
+            "dpkg --remove ov-event-logger")
     assert bare.path(SETTINGS).exists()
     bare.sh("dpkg --purge ov-event-logger")
     assert set(bare.sh(LISTING).splitlines()) ^ before == set()

@@ -45,11 +45,21 @@ def test_descriptors_last_for_a_week_without_a_tcp_collector(running):
     assert int(running.show("LimitNOFILE")) > 7 * 24 * 3600 / 10
 
 
-def test_killed_service_is_back(running):
+def lines_about_the_service(machine):
+    """Those of the service manager, but for complaints about the container."""
+    return [line for line in machine.sh(f"journalctl --output=cat UNIT={UNIT}").splitlines()
+            if "Failed to kill control group" not in line]
+
+
+def test_killed_service_is_back_with_two_lines_in_the_journal(running):
     old = running.wait_until_active()
+    before = lines_about_the_service(running)
     running.sh(f"kill -9 {old}")
     wait_until(lambda: running.wait_until_active() != old, "another process", 60)
     running.raise_and_wait("killed")
+    assert lines_about_the_service(running)[len(before):] == [
+        f"{UNIT}: Main process exited, code=killed, status=9/KILL",
+        f"{UNIT}: Failed with result 'signal'."]
 
 
 def test_restart_loses_no_event_that_comes_in_the_midst_of_it(running):
@@ -84,6 +94,25 @@ def edit(machine, commands):
 def test_edit_of_the_settings_is_noticed(running):
     edit(running, f"echo mark=1 >>{SETTINGS}")
     wait_until(lambda: notices(running, 1), "a reading", 6)
+
+
+def printed(machine, text):
+    """How many lines of the service's output have this text."""
+    return machine.sh("journalctl --namespace=ov-event-logger --output=cat").count(text)
+
+
+def test_restart_in_the_midst_of_a_change_of_the_settings_loses_nothing(running):
+    monitors = "perfMon usbDevMon vmwSigninMon agentConnMon"
+    edit(running, f"printf '%s=1\n' {monitors} >>{SETTINGS}")
+    started = printed(running, "Starting monitor: ") + 4
+    wait_until(lambda: printed(running, "Starting monitor: ") >= started, "the monitors")
+    stopped = printed(running, "Stopping monitor: ")
+    edit(running, f"sed -i 's/Mon=1/Mon=0/' {SETTINGS}")
+    wait_until(lambda: printed(running, "Stopping monitor: ") > stopped, "the cycle's end")
+    for number in range(10):
+        running.raise_event(f"change{number}")
+    running.sh(f"systemctl restart {UNIT}")
+    running.collector.wait_for(" - change", 10, deadline=1)
 
 
 def test_settings_that_are_replaced_are_noticed(running):
@@ -160,7 +189,7 @@ def test_folders_of_another_user_are_cleared(running):
 
 def test_files_of_another_user_are_cleared(running):
     put_and_restart(running, "echo a >/tmp/ov-events; mkfifo /tmp/ov-event-def.csv; "
-                             "echo host=192.0.2.9 >/tmp/ov-event-logger.ini")
+                             "echo host=never.invalid >/tmp/ov-event-logger.ini")
     running.raise_and_wait("files")
 
 

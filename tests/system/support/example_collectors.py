@@ -1,5 +1,5 @@
-"""The real rsyslog and syslog-ng with the files of examples/collector/, below the configuration that
-Debian gives them, at port 514. What they store goes to the sandbox's own /var/log."""
+"""The real rsyslog and syslog-ng with the files of examples/collector/, below the configuration
+that Debian gives them, at port 514. What they store goes to a /var/log of the sandbox."""
 
 import json
 

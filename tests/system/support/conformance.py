@@ -4,6 +4,7 @@ texts, as a real service sends them."""
 import dataclasses
 import itertools
 import json
+import re
 
 from .example_collectors import EXAMPLES, ExampleCollector, Rsyslog
 from .records import make_record
@@ -200,7 +201,8 @@ def send_cases(collector, template, locale, cases, stored):
 
 
 def shown(text):
-    text = json.dumps(str(text), ensure_ascii=False)[1:-1]
+    """Cut, with control characters as in JSON."""
+    text = re.sub(r"[\x00-\x1f]", lambda found: json.dumps(found[0])[1:-1], str(text)) or '""'
     return f"`{text if len(text) < 50 else text[:47] + '...'}`"
 
 

@@ -18,6 +18,7 @@
 #include "base/socket_address.h"
 #include "base/unique_fd.h"
 #include "check/built_in_monitors.h"
+#include "check/line_maker.h"
 #include "check/try_script.h"
 #include "event/built_in_events.h"
 #include "event/service_socket.h"
@@ -280,19 +281,12 @@ class MachineCheck {
   }
 
   void CheckMonths() {
-    static const QStringList kMonths =
-        QStringLiteral("Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec").split(QLatin1Char(' '));
-    constexpr std::int64_t kSecondsOfMonth = 2'629'746;  // on average
-    for (int month = 0; month < kMonths.size(); ++month) {
-      const QString date = FormatDate(kSecondsOfMonth * month + kSecondsOfMonth / 2);
-      if (!date.startsWith(kMonths[month] + QLatin1Char(' '))) {
-        Add("month-names",
-            QStringLiteral(
-                "the service writes %1 for %2, and collectors know English months alone: "
-                "they take the time of receipt. Start it with LC_ALL=C.UTF-8")
-                .arg(Quoted(date.section(QLatin1Char(' '), 0, 0)), kMonths[month]));
-        return;
-      }
+    const auto [written, english] = MonthNotInEnglish();
+    if (!english.isEmpty()) {
+      Add("month-names",
+          QStringLiteral("the service writes %1 for %2, and collectors know English months alone: "
+                         "they take the time of receipt. Start it with LC_ALL=C.UTF-8")
+              .arg(Quoted(written), english));
     }
   }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "check/line_maker.h"
+#include "check/stored_answer.h"
 
 namespace ov {
 namespace {
@@ -79,8 +80,8 @@ class TemplateCheck {
       Add("no-header",
           QStringLiteral("rsyslog or syslog-ng finds no header here: it takes the time of receipt "
                          "for the event's, and the sender's address or words of the text for the "
-                         "host and the program. Begin the template with <[PRI]>[DATE] [NAME] "
-                         "ov-event-logger:"));
+                         "host and the program. Write formatString=") +
+              Quoted(QLatin1String(kRecommendedTemplate)));
     }
   }
 

@@ -1,5 +1,7 @@
 #include "check/event_answer.h"
 
+#include <QJsonArray>
+
 #include "check/line_maker.h"
 #include "output/message_formatter.h"
 
@@ -33,6 +35,13 @@ QString FileAndLine(const Place &place) {
                         : place.file;
 }
 
+// What one collector stores.
+QString StoredText(const QString &table, const QStringList &differences) {
+  return table + QLatin1String(": ") +
+         (differences.isEmpty() ? QStringLiteral("each field as sent")
+                                : differences.join(QLatin1String("; ")));
+}
+
 QByteArray Row(const char *name, const QString &text) {
   return QByteArray(name).leftJustified(12) + text.toUtf8() + '\n';
 }
@@ -64,6 +73,11 @@ EventAnswer AnswerFor(const QByteArray &id, const QByteArray &values, const Sett
     answer.severity = definition.severity;
     answer.priority = FormatPriority(answer.facility, answer.severity).toInt();
     answer.line = LineMaker(settings.InForce(), host).LineFor(answer.record, definition);
+    answer.stored =
+        StoredAnswerFor({settings.InForce().formatString(), answer.protocol == Protocol::kTcp,
+                         QByteArray(valuesText.data(), static_cast<int>(valuesText.size())),
+                         definition.description.toUtf8(), answer.facility, answer.severity,
+                         host.name, MonthNotInEnglish().english.isEmpty()});
   }
   return answer;
 }
@@ -98,6 +112,12 @@ QByteArray AsText(const EventAnswer &answer) {
                                    isTcp ? QStringLiteral("TCP, the line feed included")
                                          : QStringLiteral("UDP")));
     text += QByteArray("line").leftJustified(12) + answer.line + (isTcp ? "" : "\n");
+    if (answer.stored) {
+      text += Row("rsyslog", StoredText(answer.stored->table, answer.stored->rsyslog));
+      text += Row("syslog-ng", StoredText(answer.stored->table, answer.stored->syslogNg));
+    } else {
+      text += Row("collectors", QStringLiteral("no table tells what they store of this template"));
+    }
   }
   return text;
 }
@@ -124,6 +144,14 @@ QJsonObject AsJson(const EventAnswer &answer) {
     object.insert(QStringLiteral("priority"), answer.priority);
     object.insert(QStringLiteral("facility"), answer.facility);
     object.insert(QStringLiteral("severity"), answer.severity);
+  }
+  if (answer.stored) {
+    object.insert(
+        QStringLiteral("stored"),
+        QJsonObject{
+            {QStringLiteral("table"), answer.stored->table},
+            {QStringLiteral("rsyslog"), QJsonArray::fromStringList(answer.stored->rsyslog)},
+            {QStringLiteral("syslog-ng"), QJsonArray::fromStringList(answer.stored->syslogNg)}});
   }
   return object;
 }

@@ -5,9 +5,11 @@
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
+#include <optional>
 
 #include "check/definitions_file.h"
 #include "check/settings_file.h"
+#include "check/stored_answer.h"
 #include "event/event_record.h"
 #include "output/host_identity.h"
 
@@ -28,6 +30,7 @@ struct EventAnswer {
   std::int32_t facility;
   std::int32_t severity;
   Protocol protocol;
+  std::optional<StoredAnswer> stored;  ///< if it is forwarded and the template is known
 
   bool IsForwarded() const { return definition != nullptr && isAllowed; }
 };

@@ -63,7 +63,7 @@ const std::array<Cause, 59> kCauses = {{
     // The template.
     {"unknown-token", Level::kWarning},
     {"no-priority", Level::kWarning},
-    {"no-header", Level::kNote},
+    {"no-header", Level::kWarning},
     {"starts-with-digit", Level::kError},
     {"line-break", Level::kError},
     {"line-too-long", Level::kWarning},

@@ -14,4 +14,18 @@ QByteArray LineMaker::LineFor(const EventRecord &record, const EventDefinition &
   return protocol_ == Protocol::kTcp ? TcpSyslogSender::Frame(line) : line.toUtf8();
 }
 
+MonthNames MonthNotInEnglish() {
+  static const QStringList kMonths =
+      QStringLiteral("Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec").split(QLatin1Char(' '));
+  constexpr std::int64_t kSecondsOfMonth = 2'629'746;  // on average
+  for (int month = 0; month < kMonths.size(); ++month) {
+    const QString written =
+        FormatDate(kSecondsOfMonth * month + kSecondsOfMonth / 2).section(QLatin1Char(' '), 0, 0);
+    if (written != kMonths[month]) {
+      return {written, kMonths[month]};
+    }
+  }
+  return {};
+}
+
 }  // namespace ov

@@ -24,4 +24,12 @@ class LineMaker {
   Protocol protocol_;
 };
 
+struct MonthNames {
+  QString written;
+  QString english;
+};
+
+/// The first month that [DATE] has another name for than the English one, or nothing.
+MonthNames MonthNotInEnglish();
+
 }  // namespace ov

@@ -36,9 +36,13 @@ def expect_in_document(heading, rows):
 @pytest.mark.parametrize("template", conformance.TEMPLATES, ids=lambda template: template.name)
 def test_collectors_store_what_the_table_says(template):
     with concurrent.futures.ThreadPoolExecutor() as pool:
-        stored = pool.map(lambda kind: conformance.records_of_all(kind, template), BOTH)
-        rows = conformance.table_of(template, *stored)
-    expect_in_document(template.name, rows)
+        stored, said = zip(*pool.map(lambda kind: conformance.records_of_all(kind, template), BOTH))
+    expect_in_document(template.name, conformance.table_of(template, *stored))
+    for records, answers in zip(stored, said):
+        assert answers == {
+            (case.name, over): conformance.expected_answer(
+                case.name, conformance.outcome(case, template, records[case.name, over]))
+            for case in conformance.CASES for over in conformance.TRANSPORTS}
 
 
 def test_cases_are_those_of_the_table():

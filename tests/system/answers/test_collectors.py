@@ -35,7 +35,7 @@ class Case:
 
 
 CAUSES = {
-    "note no-header": [
+    "warning no-header": [
         Case("<[PRI]>[ID] [VAL]", True, ["perf01|95|daemon.warning|received|"],
              ["127.0.0.1|perf01|daemon.warning|received|95"]),
         Case("<[PRI]>[DATE], [ID]", True, ["Mar|01|daemon.warning|received|10:00:00, perf01"],

@@ -102,10 +102,10 @@ def test_json_is_one_document(sandbox, check, usb_script, arguments):
 
 def test_status_is_0_without_an_error_or_a_warning(sandbox, check):
     sandbox.write_definitions(ROW)
-    sandbox.write_settings(**UDP)  # a note
+    sandbox.write_settings(**UDP)  # a warning
     assert [check.run("--offline").status, check.run("--offline", "event", "perf01").status] == [
         1, 1]
-    sandbox.write_settings(**{**UDP, "formatString": "<[PRI]>[ID]"})
+    sandbox.write_settings(**{**UDP, "formatString": HEADER})
     assert [check.run("--offline").status, check.run("--offline", "event", "perf01").status,
             check.run("--offline", "event", "sys05").status] == [0, 0, 1]
 
@@ -199,6 +199,7 @@ forwarded   yes
 priority    27: daemon.err
 length      35 bytes over UDP
 line        <27>1 - tc-0042 192.0.2.1 - app01 -
+collectors  no table tells what they store of this template
 0 errors, 0 warnings, 0 notes
 """
 

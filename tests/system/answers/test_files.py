@@ -95,7 +95,7 @@ SETTINGS_CASES = [
     Case("no-priority", "formatString=[ID]", [b"perf01"], "formatString=<[PRI]>[ID]",
          [b"<28>perf01"], level="warning"),
     Case("no-header", "formatString=<[PRI]>[ID]", [b"<28>perf01"],
-         "formatString=<[PRI]>1 - - - - [ID] -", [b"<28>1 - - - - perf01 -"], level="note"),
+         "formatString=<[PRI]>1 - - - - [ID] -", [b"<28>1 - - - - perf01 -"], level="warning"),
     Case("unknown-token", "formatString={ID} [HOST-NAME]", [b"{ID} [HOST-NAME]"],
          "formatString=[ID] 100%", [b"perf01 100%"], level="warning"),
     Case("starts-with-digit", "formatString=[VAL][ID]\nprotocol=syslog-tcp", [b"95perf01"],

@@ -6,6 +6,7 @@ import itertools
 import json
 import re
 
+from .answers import Check
 from .example_collectors import EXAMPLES, ExampleCollector, Rsyslog
 from .records import make_record
 
@@ -160,8 +161,8 @@ def send_batch(collector, service, cases, template):
 
 
 def records_of_all(kind, template):
-    """What the collector stores of each case over each transport, in this order."""
-    collector = ExampleCollector(kind, configuration(kind, template))
+    """What the collector stores of each case over each transport, and what ov-event-check says of it."""
+    collector = ExampleCollector(kind, configuration(kind, template), keep=[Check.PROGRAM])
     box = collector.sandbox
     try:
         collector.start()
@@ -170,15 +171,15 @@ def records_of_all(kind, template):
             f"{IDENTIFIERS[case.name]},,{case.description},{case.severity}" for case in CASES))
         box.write_settings(allowed=" ".join(["last", *IDENTIFIERS.values()]), host="127.0.0.1",
                            protocol="syslog-udp", facility=3, formatString=template.text)
-        stored = {}
+        stored, said = {}, {}
         for locale, cases in itertools.groupby(CASES, lambda case: case.locale):
-            send_cases(collector, template, locale, list(cases), stored)
-        return stored
+            send_cases(collector, template, locale, list(cases), stored, said)
+        return stored, said
     finally:
         collector.close()
 
 
-def send_cases(collector, template, locale, cases, stored):
+def send_cases(collector, template, locale, cases, stored, said):
     """By one service, which reads its locale when it starts."""
     box = collector.sandbox
     service = box.start_listening_service(
@@ -196,6 +197,8 @@ def send_cases(collector, template, locale, cases, stored):
         for case in batch:
             stored[case.name, transport] = [
                 record for record in records if IDENTIFIERS[case.name] in json.dumps(record)]
+            event = Check(box).json("event", IDENTIFIERS[case.name], values_of(case, template))
+            said[case.name, transport] = event["event"]["stored"][collector.kind.NAME]
     service.kill()
     box.sh("rm /tmp/ov-events")
 
@@ -242,6 +245,11 @@ def table_of_cases():
                    if name not in ("name", "date") and value != getattr(CASES[0], name)]
         rows.append(f"| {case.name} | {', '.join(changes) or 'values `95,80`'} |")
     return rows
+
+
+def expected_answer(name, cell):
+    """What ov-event-check is to say of a case with this cell."""
+    return [] if cell == "as sent" else [f"{name}: {cell.replace('**', '')}"]
 
 
 def table_of(template, *stored):

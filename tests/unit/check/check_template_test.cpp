@@ -196,8 +196,10 @@ const TextRow kTemplateSentences[] = {
      "no-priority: the template does not begin with <[PRI]>: collectors take every line for "
      "user.notice, or for a number in brackets there. Begin it with <[PRI]> <>|no-header: rsyslog "
      "or syslog-ng finds no header here: it takes the time of receipt for the event's, and the "
-     "sender's address or words of the text for the host and the program. Begin the template with "
-     "<[PRI]>[DATE] [NAME] ov-event-logger: <>"},
+     "sender's address or words of the text for the host and the program. Write "
+     R"(formatString="<[PRI]>1 - [NAME] ov-event-logger - [ID] [ev@32473 ip=\"[IP]\" sev=\"[SEV]\" )"
+     R"(at=\"[DATE]\" desc=\"[DESC]\"] [VAL]")"
+     " <>"},
     {"NoEventIdAndALineBreak", "<[PRI]>[DATE] \\x0a",
      "no-event-id: the template has no [ID]: nobody can tell at the collector which event a line "
      "is about. Add it <>|line-break: the template holds a line break: over TCP a line feed makes "
@@ -207,8 +209,10 @@ const TextRow kTemplateSentences[] = {
      "no-priority: the template does not begin with <[PRI]>: collectors take every line for "
      "user.notice, or for a number in brackets there. Begin it with <[PRI]> <>|no-header: rsyslog "
      "or syslog-ng finds no header here: it takes the time of receipt for the event's, and the "
-     "sender's address or words of the text for the host and the program. Begin the template with "
-     "<[PRI]>[DATE] [NAME] ov-event-logger: <>|starts-with-digit: lines begin with a digit: over "
+     "sender's address or words of the text for the host and the program. Write "
+     R"(formatString="<[PRI]>1 - [NAME] ov-event-logger - [ID] [ev@32473 ip=\"[IP]\" sev=\"[SEV]\" )"
+     R"(at=\"[DATE]\" desc=\"[DESC]\"] [VAL]")"
+     " <>|starts-with-digit: lines begin with a digit: over "
      "TCP rsyslog takes the number for the length of the line, and cuts, joins or drops lines. "
      "Begin the template with <[PRI]> <>"}};
 

@@ -44,7 +44,8 @@ TEST(EventAnswerTest, ForwardedEventHasItsLine) {
             "forwarded   yes\n"
             "priority    28: daemon.warn\n"
             "length      13 bytes over UDP\n"
-            "line        <28>perf01 95\n");
+            "line        <28>perf01 95\n"
+            "collectors  no table tells what they store of this template\n");
   EXPECT_EQ(JsonFor({}),
             R"({"allowed":true,"allowedLine":1,"cut":false,"defined":true,"definitionLine":2,)"
             R"("facility":3,"forwarded":true,"id":"perf01","length":13,"line":"<28>perf01 95",)"
@@ -57,7 +58,8 @@ TEST(EventAnswerTest, LineOverTcpHasItsLineFeedAndItsBytesAreCounted) {
   asked.values = "ü";
   EXPECT_THAT(TextFor(asked),
               testing::EndsWith("length      14 bytes over TCP, the line feed included\n"
-                                "line        <28>perf01 ü\n"));
+                                "line        <28>perf01 ü\n"
+                                "collectors  no table tells what they store of this template\n"));
   EXPECT_THAT(JsonFor(asked), testing::HasSubstr(R"("length":14,"line":"<28>perf01 ü\n",)"));
 }
 

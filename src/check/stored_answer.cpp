@@ -1,0 +1,123 @@
+#include "check/stored_answer.h"
+
+#include <QFile>
+#include <algorithm>
+
+#include "event/event_definition.h"
+
+namespace ov {
+
+const char kRecommendedTemplate[] =
+    "<[PRI]>1 - [NAME] ov-event-logger - [ID] "
+    "[ev@32473 ip=\"[IP]\" sev=\"[SEV]\" at=\"[DATE]\" desc=\"[DESC]\"] [VAL]";
+
+namespace {
+
+constexpr struct {
+  const char *table;
+  const char *formatString;
+} kTables[] = {{"Recommended line", kRecommendedTemplate},
+               {"Default line", "<[PRI]> [DATE] [NAME]([IP]): [ID] [DESC] - [VAL] ([SEV])"},
+               {"RFC 3164", "<[PRI]>[DATE] [NAME] ov-event-logger: [ID] [DESC] - [VAL] ([SEV])"}};
+
+bool HasByte(const QByteArray &text, bool (*holds)(char byte)) {
+  return std::any_of(text.cbegin(), text.cend(), holds);
+}
+
+// The cases of a text, which is the values or the description.
+constexpr struct {
+  const char *name;
+  bool (*holds)(const QByteArray &text);
+} kTextCases[] = {
+    {"quote", [](const QByteArray &text) { return text.contains('"'); }},
+    {"bracket", [](const QByteArray &text) { return text.contains(']'); }},
+    {"backslash", [](const QByteArray &text) { return text.contains('\\'); }},
+    {"percent", [](const QByteArray &text) { return text.contains('%'); }},
+    {"dash", [](const QByteArray &text) { return text.contains(" - "); }},
+    {"parenthesis",
+     [](const QByteArray &text) { return text.contains('(') || text.contains(')'); }},
+    {"comma", [](const QByteArray &text) { return text.contains(','); }},
+    {"UTF-8",
+     [](const QByteArray &text) {
+       return HasByte(text, [](char byte) { return (static_cast<unsigned>(byte) & 0x80U) != 0; });
+     }},
+    {"control character", [](const QByteArray &text) {
+       return HasByte(text, [](char byte) {
+         return (byte >= '\0' && byte < ' ' && byte != '\n') || byte == '\x7F';
+       });
+     }}};
+
+// The names of the cases that hold.
+QStringList CasesOf(const SentEvent &event) {
+  QStringList cases;
+  for (const auto &textCase : kTextCases) {
+    for (const auto &[text, place] :
+         {std::pair(event.values, " in values"), std::pair(event.description, " in description")}) {
+      if (textCase.holds(text)) {
+        cases.append(QLatin1String(textCase.name) + QLatin1String(place));
+      }
+    }
+  }
+  const auto add = [&cases](bool holds, const char *name) {
+    if (holds) {
+      cases.append(QLatin1String(name));
+    }
+  };
+  const bool isUnknown = event.severity == kUnknownSeverity;
+  const bool isForged = event.values.contains("\n<");
+  add(event.description.endsWith('\\'), "backslash at end of description");
+  add(event.values.contains('\n') && !isForged, "line feed in values");
+  add(isForged, "line of another event in values");
+  add(event.values != event.values.trimmed(), "blanks around values");
+  add(isUnknown && event.facility != 0, "unknown severity");
+  add(isUnknown && event.facility == 0, "facility 0 and unknown severity");
+  add(!event.hasEnglishMonths, "months of another language");
+  add(event.hostName == QLatin1String("(none)"), "name (none)");
+  add(event.hostName.isEmpty(), "empty name");
+  return cases;
+}
+
+// The lines below a heading of docs/COLLECTORS.md.
+QStringList LinesOfTable(const QString &table) {
+  QFile file(QStringLiteral(":/COLLECTORS.md"));
+  file.open(QIODevice::ReadOnly);
+  const QString text = QString::fromUtf8(file.readAll());
+  return text.section(QStringLiteral("\n### %1\n").arg(table), 1)
+      .section(QLatin1String("\n#"), 0, 0)
+      .split(QLatin1Char('\n'));
+}
+
+void AddOutcome(const QString &name, QString cell, QStringList &outcomes) {
+  if (cell != QLatin1String("as sent")) {
+    outcomes.append(name + QLatin1String(": ") + cell.remove(QLatin1String("**")));
+  }
+}
+
+}  // namespace
+
+std::optional<StoredAnswer> StoredAnswerFor(const SentEvent &event) {
+  const auto *const known =
+      std::find_if(std::begin(kTables), std::end(kTables), [&event](const auto &table) {
+        return event.formatString == QLatin1String(table.formatString);
+      });
+  if (known == std::end(kTables)) {
+    return std::nullopt;
+  }
+  StoredAnswer answer{QLatin1String(known->table), {}, {}};
+  const QStringList cases = CasesOf(event);
+  const QString transport = event.isTcp ? QStringLiteral("TCP") : QStringLiteral("UDP");
+  for (const QString &line : LinesOfTable(answer.table)) {
+    const QStringList cells = line.split(QLatin1String(" | "));  // case, transport, two outcomes
+    if (cells.size() != 4 || (cells[1] != transport && cells[1] != QLatin1String("both"))) {
+      continue;
+    }
+    const QString name = cells[0].mid(2);
+    if (cases.contains(name)) {
+      AddOutcome(name, cells[2], answer.rsyslog);
+      AddOutcome(name, cells[3].chopped(2), answer.syslogNg);
+    }
+  }
+  return answer;
+}
+
+}  // namespace ov

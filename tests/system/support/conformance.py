@@ -161,7 +161,7 @@ def send_batch(collector, service, cases, template):
 
 
 def records_of_all(kind, template):
-    """What the collector stores of each case over each transport, and what ov-event-check says of it."""
+    """What the collector stores of each case over each transport, and what ov-event-check says."""
     collector = ExampleCollector(kind, configuration(kind, template), keep=[Check.PROGRAM])
     box = collector.sandbox
     try:

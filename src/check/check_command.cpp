@@ -20,23 +20,21 @@ namespace {
 constexpr char kUsage[] =
     "Usage: ov-event-check [OPTION]...                    check everything\n"
     "  or:  ov-event-check [OPTION]... event ID [VALUES]  what becomes of this event\n"
-    "  or:  ov-event-check [OPTION]... settings [KEY]     the settings in force, or one\n"
-    "  or:  ov-event-check [OPTION]... script NAME        run perf.sh, usb-devices.sh or\n"
-    "                                                     vmw-signin-status.sh as its monitor "
-    "would\n"
-    "Says what ov-event-logger makes of its files, this machine and an event, and why.\n"
-    "It changes nothing and needs no running service.\n"
+    "  or:  ov-event-check [OPTION]... settings [KEY]     the settings, or one\n"
+    "  or:  ov-event-check [OPTION]... script NAME        run a script as its monitor\n"
+    "Says what ov-event-logger makes of its files, this machine and an event, and\n"
+    "why. It changes nothing and needs no running service.\n"
     "\n"
     "  --settings FILE     instead of /tmp/ov-event-logger.ini\n"
     "  --definitions FILE  instead of /usr/lib/orvan/ov-event-logger/ov-event-def.csv\n"
     "  --offline           ask nothing of this machine\n"
     "  --json              print one JSON document\n"
-    "  --explain CAUSE     explain a cause, the word in brackets at the end of a finding\n"
+    "  --explain CAUSE     explain a cause, the word in brackets behind a finding\n"
     "  --help              print this help\n"
     "  --version           print the version\n"
     "\n"
-    "Status: 0 without an error or a warning, 1 with some or with an event that is not\n"
-    "forwarded, 2 for a wrong usage or a named file that cannot be read.\n";
+    "Status: 0 without an error or a warning, 1 with some or with an event that is\n"
+    "not forwarded, 2 for a wrong usage or a named file that cannot be read.\n";
 
 int FailWithUsage(const QByteArray &complaint) {
   std::fprintf(stderr, "ov-event-check: %s\nTry 'ov-event-check --help'.\n", complaint.constData());

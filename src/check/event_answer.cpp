@@ -99,10 +99,13 @@ QByteArray AsText(const EventAnswer &answer) {
   text += Row("allowed", QStringLiteral("%1, %2").arg(
                              answer.isAllowed ? QStringLiteral("yes") : QStringLiteral("no"),
                              FileAndLine(answer.allowedPlace)));
-  text += Row("forwarded", answer.definition == nullptr
-                               ? QStringLiteral("no: define it, and restart the service")
-                               : (answer.isAllowed ? QStringLiteral("yes")
-                                                   : QStringLiteral("no: add it to `allowed`")));
+  text += Row(
+      "forwarded",
+      answer.definition == nullptr
+          ? (answer.isAllowed ? QStringLiteral("no: define it, and restart the service")
+                              : QStringLiteral("no: define it, add it to `allowed`, and "
+                                               "restart the service"))
+          : (answer.isAllowed ? QStringLiteral("yes") : QStringLiteral("no: add it to `allowed`")));
   if (answer.IsForwarded()) {
     text += Row("priority", QStringLiteral("%1: %2").arg(QString::number(answer.priority),
                                                          PriorityName(answer.priority)));

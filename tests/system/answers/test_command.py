@@ -211,7 +211,8 @@ def test_event_that_is_not_forwarded_has_no_line(sandbox, check):
     assert process.lines[:4] == ['record      identifier "sys05", values ""',
                                  f"definition  none in {DEFINITIONS}",
                                  f"allowed     no, {SETTINGS}:1",
-                                 "forwarded   no: define it, and restart the service"]
+                                 "forwarded   no: define it, add it to `allowed`, and restart the "
+                                 "service"]
     assert process.status == 1
 
 

@@ -81,7 +81,7 @@ TEST(EventAnswerTest, EventThatIsNotLikeAnotherIsNotMeantOtherwise) {
             "record      identifier \"x\", values \"\"\n"
             "definition  none in /tmp/ov-event-def.csv\n"
             "allowed     no, /tmp/ov-event-logger.ini\n"
-            "forwarded   no: define it, and restart the service\n");
+            "forwarded   no: define it, add it to `allowed`, and restart the service\n");
   EXPECT_EQ(JsonFor(asked),
             R"({"allowed":false,"cut":false,"defined":false,"forwarded":false,"id":"x",)"
             R"("values":""})");

@@ -27,6 +27,8 @@ alter role ov_writer login;
 alter role ov_reader login;
 alter role ov_reader set default_transaction_read_only = on;
 alter role ov_reader set statement_timeout = '30s';
+-- To compile the views takes longer than to run them.
+alter role ov_reader set jit = off;
 grant create, usage on schema public to ov_owner;
 grant usage on schema public to ov_writer, ov_reader;
 set local role ov_owner;
@@ -49,7 +51,7 @@ create table if not exists known_usb_devices (
 
 -- One row for each line. A field that the line does not have is empty. `line` is the whole of a line of
 -- another form, and empty otherwise. Lines that come in one piece have the same time of receipt; the
--- number keeps their order.
+-- number keeps their order. `lost` counts the heartbeats that are missing before this one.
 create table if not exists event_lines (
     number bigint generated always as identity,
     received timestamptz not null,
@@ -63,20 +65,78 @@ create table if not exists event_lines (
     facility text not null,
     at text not null,
     relay text not null,
-    line text not null
+    line text not null,
+    lost integer not null default 0
 ) partition by range (received);
 
 -- Takes the lines of days without a partition, so that none is refused.
 create table if not exists event_lines_other partition of event_lines default;
 
 create index if not exists event_lines_host on event_lines (host, received);
-create index if not exists event_lines_heartbeat on event_lines (host, received) include (number, values)
-    where id = 'sys03' and length(values) < 10;
--- All but the many heartbeats: the first one tells of a boot.
-create index if not exists event_lines_state on event_lines (id, host, received)
-    where id <> 'sys03' or values = '1';
+create index if not exists event_lines_lost on event_lines (received) where lost > 0;
 
-grant insert on event_lines to ov_writer;
+grant insert (received, sender, host, address, id, description, values, severity, facility, at, relay, line)
+    on event_lines to ov_writer;
+
+-- The last line of each machine on each topic, kept by a trigger: to look for it among ten million lines
+-- takes seconds.
+create table if not exists machine_states (
+    host text not null,
+    topic text not null,
+    received timestamptz not null,
+    number bigint not null,
+    id text not null,
+    sender text not null,
+    address text not null,
+    description text not null,
+    values text not null,
+    severity text not null,
+    relay text not null,
+    -- The number in a heartbeat.
+    beats integer,
+    primary key (host, topic)
+) with (fillfactor = 50);
+
+create or replace function note_state() returns trigger
+language plpgsql security definer set search_path = public, pg_temp as $$
+declare
+    topics constant text[] = case
+        when new.id = 'sys03' and new.values = '1' then array['heartbeat', 'boot']
+        when new.id = 'sys03' then array['heartbeat']
+        when new.id = 'sys01' then array['boot']
+        when new.id = 'sys02' then array['shutdown']
+        when new.id in ('net02', 'net03') then array['connection']
+        when new.id in ('sec03', 'sec04') then array['user']
+        when new.id = 'perf03' then array['disk']
+        when new.id in ('sys05', 'sys06', 'sys07') then array['usb ' || left(new.values, 127)]
+        else array['other'] end;
+    topic text;
+    beat integer;
+    last_beat integer;
+begin
+    -- The number of the heartbeat begins with 1 at each boot. A heartbeat may come twice.
+    if new.id = 'sys03' and length(new.values) between 1 and 9
+            and translate(new.values, '0123456789', '') = '' then
+        beat = new.values;
+        select beats into last_beat from machine_states s where s.host = new.host and s.topic = 'heartbeat';
+        new.lost = case when beat > last_beat then beat - last_beat - 1
+                        when beat < last_beat then beat - 1
+                        else 0 end;
+    end if;
+    foreach topic in array topics loop
+        insert into machine_states
+        values (new.host, topic, new.received, new.number, new.id, new.sender, new.address,
+            new.description, new.values, new.severity, new.relay, beat)
+        on conflict on constraint machine_states_pkey do update set received = excluded.received,
+            number = excluded.number, id = excluded.id, sender = excluded.sender,
+            address = excluded.address, description = excluded.description, values = excluded.values,
+            severity = excluded.severity, relay = excluded.relay, beats = excluded.beats
+        where (machine_states.received, machine_states.number) < (excluded.received, excluded.number);
+    end loop;
+    return new;
+end $$;
+create or replace trigger note_state before insert on event_lines
+    for each row when (new.host > '') execute function note_state();
 
 -- `at` has neither year nor zone: the year nearest to the time of receipt, and UTC. Null if `at` is no
 -- such time, as with months that are not English.
@@ -108,113 +168,61 @@ create or replace view events as
         severity, facility, at, relay, line, number
     from event_lines;
 
--- One index look-up for each machine, instead of a look at all lines.
-create or replace view machines as
-    with recursive machine(host) as (
-        select min(host) from event_lines where host > ''
-        union all
-        select (select min(host) from event_lines where host > machine.host)
-        from machine where machine.host is not null
-    )
-    select host from machine where host is not null;
-
 create or replace view last_word as
-    select last.*
-    from machines cross join lateral (
-        select host, received, sender, relay, address, id, description, values, severity
-        from event_lines
-        where event_lines.host = machines.host
-        order by event_lines.received desc, number desc limit 1
-    ) last;
+    select distinct on (host) host, received, sender, relay, address, id, description, values, severity
+    from machine_states
+    order by host, received desc, number desc;
 
 -- Machines with a heartbeat that say nothing for two intervals, and did not say that they shut down.
 create or replace view silent_machines as
-    select host, received as last_received, now() - received as silent_for, id as last_id, sender, relay
-    from last_word
-    where received < now() - 2 * (select heartbeat from fleet_settings)
-        and (select max(received) from event_lines
-             where host = last_word.host and id = 'sys03' and length(values) < 10)
-            > coalesce((select max(received) from event_lines
-                        where host = last_word.host and id = 'sys02'), '-infinity');
+    select last.host, last.received as last_received, now() - last.received as silent_for, last.id as last_id,
+        last.sender, last.relay
+    from last_word last
+    join machine_states heartbeat using (host)
+    left join machine_states shutdown on shutdown.host = last.host and shutdown.topic = 'shutdown'
+    where heartbeat.topic = 'heartbeat'
+        and last.received < now() - 2 * (select heartbeat from fleet_settings)
+        and (shutdown is null
+            or (shutdown.received, shutdown.number) < (heartbeat.received, heartbeat.number));
 
--- Gaps in the numbers of the heartbeats of the last 24 hours: how many heartbeats were lost. The number
--- begins with 1 at each boot. A heartbeat that comes twice counts once.
+-- Heartbeats of the last 24 hours that were lost, by the gaps in their numbers.
 create or replace view lost_lines as
-    select host, sum(lost) as lost, count(*) as heartbeats,
-        max(received) filter (where lost > 0) as last_lost
-    from (
-        select host, received,
-            case when number > before then number - before - 1
-                 when number < before then number - 1
-                 else 0 end as lost
-        from (
-            select host, received, number, lag(number) over (partition by host order by received) as before
-            from (
-                select host, received,
-                    case when translate(values, '0123456789', '') = '' and values <> ''
-                        then values::integer end as number
-                from event_lines
-                where id = 'sys03' and length(values) < 10 and host > ''
-                    and received > now() - interval '24 hours'
-            ) heartbeats
-            where number > 0
-        ) numbers
-    ) gaps
-    group by host
-    having sum(lost) > 0;
-
--- The last boot of each machine, by its boot event or its first heartbeat. What the machine reports as it
--- boots may come up to a minute before: the first heartbeat is delayed.
-create or replace view last_boot as
-    select host, max(received) - interval '1 min' as received
+    select host, sum(lost) as lost, count(*) as gaps, max(received) as last_gap
     from event_lines
-    where (id = 'sys01' or (id = 'sys03' and values = '1')) and host > ''
+    where lost > 0 and received > now() - interval '24 hours'
     group by host;
 
 create or replace view disconnected_machines as
     select host, received as since, values as status, sender, relay
-    from (
-        select distinct on (host) host, received, id, values, sender, relay
-        from event_lines
-        where id in ('net02', 'net03') and host > ''
-        order by host, received desc, number desc
-    ) last
-    where id = 'net03';
+    from machine_states
+    where topic = 'connection' and id = 'net03';
+
+-- What a machine reported before its last boot no longer holds. The first line of a boot may be the first
+-- heartbeat, which has a delay: what came up to a minute before is of the same boot.
+create or replace view states_since_boot as
+    select state.*
+    from machine_states state
+    left join machine_states boot on boot.host = state.host and boot.topic = 'boot'
+    where boot is null or state.received >= boot.received - interval '1 min';
 
 -- No event tells that room was made: a machine stays here until it boots.
 create or replace view full_disks as
-    select host, last.received as since, values, sender, relay
-    from (
-        select distinct on (host) host, received, values, sender, relay
-        from event_lines
-        where id = 'perf03' and host > ''
-        order by host, received desc, number desc
-    ) last
-    left join last_boot using (host)
-    where last_boot.received is null or last.received >= last_boot.received;
+    select host, received as since, values, sender, relay
+    from states_since_boot
+    where topic = 'disk';
 
 -- No event tells that a user signed out: a user stays here until the next sign-in, shutdown or boot.
 create or replace view signed_in as
-    select host, last.received as since, values as user_name, sender, relay
-    from (
-        select distinct on (host) host, received, id, values, sender, relay
-        from event_lines
-        where id in ('sec03', 'sec04', 'sys02') and host > ''
-        order by host, received desc, number desc
-    ) last
-    left join last_boot using (host)
-    where id = 'sec03' and (last_boot.received is null or last.received >= last_boot.received);
+    select state.host, state.received as since, state.values as user_name, state.sender, state.relay
+    from states_since_boot state
+    left join machine_states shutdown on shutdown.host = state.host and shutdown.topic = 'shutdown'
+    where state.topic = 'user' and state.id = 'sec03'
+        and (shutdown is null or (shutdown.received, shutdown.number) < (state.received, state.number));
 
 create or replace view unknown_usb_devices as
-    select host, last.received as since, values as device, sender, relay
-    from (
-        select distinct on (host, values) host, received, id, values, sender, relay
-        from event_lines
-        where id in ('sys05', 'sys06', 'sys07') and host > ''
-        order by host, values, received desc, number desc
-    ) last
-    left join last_boot using (host)
-    where id <> 'sys07' and (last_boot.received is null or last.received >= last_boot.received)
+    select host, received as since, values as device, sender, relay
+    from states_since_boot
+    where id in ('sys05', 'sys06')
         and not exists (select from known_usb_devices where device = lower(split_part(values, ' ', 1)));
 
 create or replace view frequent_events as
@@ -276,6 +284,7 @@ begin
         execute format('drop table %I', name);
     end loop;
     delete from event_lines_other where received < oldest;
+    delete from machine_states where received < oldest;
 end $$;
 revoke execute on function keep_days() from public;
 do $$ begin perform keep_days(); end $$;

@@ -117,7 +117,7 @@ begin
     -- The number of the heartbeat begins with 1 at each boot. A heartbeat may come twice.
     if new.id = 'sys03' and length(new.values) between 1 and 9
             and translate(new.values, '0123456789', '') = '' then
-        beat = new.values;
+        beat = greatest(new.values::integer, 1);
         select beats into last_beat from machine_states s where s.host = new.host and s.topic = 'heartbeat';
         new.lost = case when beat > last_beat then beat - last_beat - 1
                         when beat < last_beat then beat - 1
@@ -141,26 +141,23 @@ create or replace trigger note_state before insert on event_lines
 -- `at` has neither year nor zone: the year nearest to the time of receipt, and UTC. Null if `at` is no
 -- such time, as with months that are not English.
 create or replace function sent_at(at text, received timestamptz) returns timestamptz
-language plpgsql stable parallel safe as $$
+language plpgsql immutable strict parallel safe as $$
 declare
-    months constant text = 'JanFebMarAprMayJunJulAugSepOctNovDec';
-    months_before constant integer = (strpos(months, left(at, 3)) - 1) / 3;
-    day constant integer = substr(at, 5, 2);
-    clock constant interval = substr(at, 8);
-    year integer = extract(year from received at time zone 'UTC');
-    start timestamp;
+    -- 0 for what is no month.
+    month constant integer = (strpos('JanFebMarAprMayJunJulAugSepOctNovDec', left(at, 3)) + 2) / 3;
+    received_utc constant timestamp = received at time zone 'UTC';
+    year integer = extract(year from received_utc);
+    sent timestamp;
 begin
-    if at !~ '^[A-Z][a-z][a-z] [ 0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9]$' then
+    if month = 0 or at !~ '^[A-Z][a-z][a-z] [ 0-3][0-9] ([01][0-9]|2[0-3]):[0-5][0-9]:[0-5][0-9]$' then
         return null;
     end if;
-    start = make_date(year, months_before + 1, 1);
-    year = year + case when received - start at time zone 'UTC' > interval '183 days' then 1
-                       when received - start at time zone 'UTC' < interval '-183 days' then -1
+    year = year + case when received_utc - make_date(year, month, 15) > interval '183 days' then 1
+                       when received_utc - make_date(year, month, 15) < interval '-183 days' then -1
                        else 0 end;
-    return (make_date(year, months_before + 1, day) + clock) at time zone 'UTC';
-exception
-    when data_exception then
-        return null;
+    sent = make_date(year, month, 1) + (substr(at, 5, 2)::integer - 1) + substr(at, 8)::time;
+    -- There is no February 30th.
+    return case when extract(month from sent) = month then sent at time zone 'UTC' end;
 end $$;
 
 create or replace view events as

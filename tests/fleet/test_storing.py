@@ -1,4 +1,4 @@
-"""What a client sends to the relay is stored once by the centre, whatever it is and whatever fails."""
+"""What a client sends to the relay is stored once, whatever it is and whatever fails."""
 
 import socket
 

@@ -1,0 +1,70 @@
+"""The phases of a run. Between two of them nothing is raised until all that was sent is stored, so
+that each loss belongs to one phase."""
+
+import dataclasses
+import time
+
+AWAY = 60  # seconds of a fault at the most
+BEFORE = 2  # seconds from the beginning of a phase to that of its fault: in the midst of a storm
+PATIENCE = 20  # seconds without a new row after which nothing more is expected
+LOOK = 0.5
+
+
+@dataclasses.dataclass
+class Phase:
+    name: str
+    begin: float
+    end: float = 0  # of the raising
+    settled: float = 0  # when all was stored
+
+
+class Director:
+    """Leads the fleet through the phases and tells of each step."""
+
+    def __init__(self, fleet, storm, tell):
+        self.phases = []
+        self._fleet = fleet
+        self._storm = storm
+        self._tell = tell
+        self._difference = 0  # lines lost less doubles, so far
+
+    def run(self, name, seconds, fault=None, storms=True):
+        self._tell(f"{name} begins")
+        phase = Phase(name, time.time())
+        self.phases.append(phase)
+        self._fleet.raiser.resume()
+        if storms:
+            self._raise_storm()
+        if fault:
+            self._let_fail(phase, seconds, fault)
+        time.sleep(max(0, phase.begin + seconds - time.time()))
+        self._fleet.raiser.rest()
+        phase.end = time.time()
+        self._settle()
+        phase.settled = time.time()
+
+    def _let_fail(self, phase, seconds, fault):
+        time.sleep(BEFORE)
+        end = time.time() + min(AWAY, 0.75 * seconds)
+        fault.begin()
+        self._raise_storm()
+        time.sleep(max(0, end - time.time()))
+        fault.end()
+
+    def _raise_storm(self):
+        self._fleet.raiser.storm(self._fleet.clients, self._storm)
+
+    def _settle(self):
+        """Waits until all that was raised was sent and stored. What is missing after a while counts
+        as lost from then on."""
+        rows, since = -1, time.monotonic()
+        while time.monotonic() < since + PATIENCE:
+            time.sleep(LOOK)
+            before, rows = rows, self._fleet.number_of_rows()
+            if rows != before:
+                since = time.monotonic()
+            raised, sent = len(self._fleet.raiser.raised), len(self._fleet.sent)
+            if raised == sent and sent - rows == self._difference:
+                break
+        self._difference = sent - rows
+        self._tell(f"{raised} raised, {sent} sent, {rows} stored")

@@ -1,0 +1,87 @@
+"""The tables of a run, in Markdown."""
+
+import collections
+import math
+
+from conservation import DOUBLED, LOST
+
+MEGABYTE = 1 << 20
+
+
+def write_report(fleet, phases, account, use, size):
+    """`use` has the Use of each part and `size` the DatabaseSize."""
+    seconds = phases[-1].settled - phases[0].begin
+    tables = [table_of_phases(fleet, phases, account), table_of_rules(account),
+              table_of_parts(use, seconds, account.stored), table_of_database(size)]
+    return "\n".join(table for table in tables if table)
+
+
+def table(head, rows):
+    """The first column is text, the others are numbers."""
+    lines = [head, ["---", *["---:"] * (len(head) - 1)], *rows]
+    return "".join(f"| {' | '.join(map(str, line))} |\n" for line in lines)
+
+
+def table_of_phases(fleet, phases, account):
+    phase_of = {one.event: phase.name for phase in phases for one in fleet.raiser.raised
+                if phase.begin <= one.at <= phase.settled}
+    counts = [collections.Counter(phase_of.get(event) for event in events) for events in (
+        (one.event for one in fleet.raiser.raised),
+        (one.line.event for one in fleet.sent),
+        (row.line.event for row in fleet.stored),
+        *((line.event for rule, lines in account.by_rule.items() if rule.effect == effect
+           for line in lines) for effect in (LOST, DOUBLED)))]
+    latencies = latencies_of(fleet, phase_of)
+    return table(
+        ["phase", "raising", "raised", "sent", "stored", "lost by rule", "doubles by rule",
+         "latency, median", "latency, 99 %"],
+        [[phase.name, f"{phase.end - phase.begin:.0f} s",
+          *(f"{count[phase.name]:,}" for count in counts),
+          *(f"{quantile(latencies[phase.name], share):.1f} s" for share in (0.5, 0.99))]
+         for phase in phases])
+
+
+def latencies_of(fleet, phase_of):
+    """From the moment before an event was raised to the commit of its first row."""
+    committed = {}
+    for row in fleet.stored:
+        committed[row.line.event] = min(row.committed, committed.get(row.line.event, math.inf))
+    latencies = collections.defaultdict(list)
+    for one in fleet.raiser.raised:
+        if one.event in committed:
+            latencies[phase_of.get(one.event)].append(committed[one.event] - one.at)
+    return latencies
+
+
+def quantile(values, share):
+    """The smallest value that this share of all does not exceed."""
+    return sorted(values)[math.ceil(share * len(values)) - 1] if values else math.nan
+
+
+def table_of_rules(account):
+    rows = [[f"{rule.effect}: {rule.sentence} ({rule.document})", len(lines)]
+            for rule, lines in account.by_rule.items()]
+    return table(["rule", "lines"], rows) if rows else ""
+
+
+def table_of_parts(use, seconds, lines):
+    rows = []
+    for part, one in use.items():
+        rows.append([part, f"{one.seconds:.1f} s", f"{100 * one.seconds / seconds:.1f} %",
+                     f"{1000 * one.seconds / lines:.2f} ms", f"{one.memory / MEGABYTE:.0f} MB",
+                     f"{one.resident / MEGABYTE:.0f} MB"])
+        if part == "services":
+            rows.append([f"one service, of {one.processes}", f"{one.seconds / one.processes:.2f} s",
+                         f"{100 * one.seconds / one.processes / seconds:.2f} %", "",
+                         f"{one.memory / one.processes / MEGABYTE:.1f} MB",
+                         f"{one.resident / MEGABYTE:.0f} MB"])
+    return table(["part", "processor time", "of a core", "for a line", "memory",
+                  "largest process, resident"], rows)
+
+
+def table_of_database(size):
+    return table(["database", ""], [
+        ["rows", f"{size.rows:,}"],
+        ["table with its indexes", f"{size.table:,} bytes"],
+        ["for a row", f"{size.table / max(size.rows, 1):.0f} bytes"],
+        ["write-ahead log for a row", f"{size.log / max(size.rows, 1):.0f} bytes"]])

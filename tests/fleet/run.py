@@ -1,0 +1,85 @@
+"""Runs a fleet through phases and faults, and holds it to conservation. See scripts/fleet."""
+
+import argparse
+import pathlib
+import resource
+import shutil
+import sys
+import time
+
+from chart import draw_chart
+from conservation import judge
+from faults import ALL
+from fleet import Fleet
+from machines import STATE
+from phases import Director
+from report import write_report
+
+DESCRIPTORS = 65536
+
+
+def read_arguments():
+    parser = argparse.ArgumentParser(prog="scripts/fleet")
+    parser.add_argument("clients", type=int, metavar="N")
+    parser.add_argument("--executable", required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--seconds", type=float, default=60, help="of raising, about (60)")
+    parser.add_argument("--rate", type=float, default=20,
+                        help="events a second of the real client (20)")
+    parser.add_argument("--storm", type=int, default=25,
+                        help="events of each client in a storm (25)")
+    parser.add_argument("--fault", action="append", default=[], choices=ALL, metavar="NAME",
+                        help=f"one of {', '.join(ALL)}; may be repeated")
+    parser.add_argument("--all-faults", action="store_true", help="each fault once")
+    parser.add_argument("--table", type=pathlib.Path, help="file for the tables, in Markdown")
+    parser.add_argument("--chart", type=pathlib.Path, help="file for the chart, SVG or PNG")
+    return parser.parse_args()
+
+
+def set_up():
+    """Removes the state of the last run; a failed one's is left for a look."""
+    shutil.rmtree(STATE, ignore_errors=True)
+    STATE.mkdir(parents=True)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (DESCRIPTORS, DESCRIPTORS))
+
+
+def main():
+    arguments = read_arguments()
+    started = time.monotonic()
+
+    def tell(text):
+        print(f"{time.monotonic() - started:7.1f} s  {text}", flush=True)
+
+    set_up()
+    fleet = Fleet(arguments.clients, arguments.executable, arguments.rate)
+    tell(f"{arguments.clients} services, the relay, the centre and the database run")
+    fleet.usage.begin()
+    log_begin = fleet.log_position()
+    names = list(ALL) if arguments.all_faults else arguments.fault
+    faults = [ALL[name](fleet) for name in names]
+    seconds = arguments.seconds / (2 + len(faults))
+    director = Director(fleet, arguments.storm, tell)
+    director.run("steady", seconds, storms=False)
+    director.run("storm", seconds)
+    for fault in faults:
+        director.run(fault.name, seconds, fault)
+    use = fleet.usage.end()
+    fleet.read_rows()
+    account = judge(fleet.raiser.raised, fleet.sent, fleet.stored,
+                    [one for fault in faults for one in fault.allowances()], fleet.senders)
+    report = write_report(fleet, director.phases, account, use, fleet.database_size(log_begin))
+    print("\n" + report)
+    if arguments.table:
+        arguments.table.write_text(report)
+    if arguments.chart:
+        draw_chart(arguments.chart, fleet, director.phases, faults)
+    failures = [*account.violations, *fleet.raiser.failures, *fleet.reader.failures,
+                *(f"{fault.name} was not to be seen, so the run tells nothing of it"
+                  for fault in faults if not fault.was_seen())]
+    for failure in failures[:50]:
+        print(failure)
+    print(f"Conservation did not hold: {len(failures)} findings." if failures
+          else "Conservation held.")
+    return 1 if failures else 0
+
+
+sys.exit(main())

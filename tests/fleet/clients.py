@@ -55,7 +55,6 @@ class Client:
 
     def send_record(self, identifier, values):
         with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as connection:
-            connection.settimeout(DEADLINE)
             connection.connect(f"/proc/{self.process.pid}/root/tmp/ov-events")
             connection.sendall(make_record(identifier, values))
 

@@ -7,7 +7,7 @@ import io
 from clients import start_clients
 from conservation import Stored
 from lines import Line
-from machines import Machine, Program, make_bridge, run
+from machines import EXAMPLES, Machine, Program, make_bridge, run
 from raising import Raiser
 from usage import Usage
 
@@ -57,10 +57,15 @@ class Fleet:
     def _install_examples(self):
         for machine in self._relay, self._centre:
             machine.path("/etc/hosts").write_text(HOSTS)
+            machine.path("/etc/rsyslog.d/pgsql.conf").unlink()  # for a database of the package's
         self._relay.install("fleet/rsyslog/relay.conf", "/etc/rsyslog.d/ov-relay.conf")
         self._centre.install("fleet/rsyslog/centre.conf", "/etc/rsyslog.d/ov-centre.conf")
 
     def _start_database(self):
+        for name in "pg_hba.conf", "pg_ident.conf":
+            stock = self._centre.path(f"/etc/postgresql/15/main/{name}")
+            example = EXAMPLES / "fleet/postgresql" / name
+            stock.write_text(example.read_text() + stock.read_text())
         self.database.start()
         self._centre.install("fleet/postgresql/schema.sql", "/tmp/schema.sql")
         self._psql("-c", "CREATE DATABASE ov_events TEMPLATE template0 ENCODING UTF8 "

@@ -21,7 +21,7 @@ from support.polling import wait_until  # noqa: E402
 BRIDGE = "fleet"
 DEADLINE = 30  # seconds for a program to start or to stop
 
-# In a mount and host name space of its own, of which nothing is seen outside.
+# In mount, host name and IPC spaces of its own.
 ENTER = """
 hostname "$1"
 root=$2
@@ -72,8 +72,8 @@ def start(network, root, *command, private="dev/shm", **kwargs):
     """Starts a program on the Debian at `root`, with an empty folder `private`. The process that is
     returned becomes the program."""
     return subprocess.Popen(
-        ["nsenter", f"--net=/run/netns/{network}", "unshare", "--mount", "--uts", "--propagation",
-         "private", "sh", "-ec", ENTER, "sh", network, root, private, *command],
+        ["nsenter", f"--net=/run/netns/{network}", "unshare", "--mount", "--uts", "--ipc",
+         "--propagation", "private", "sh", "-ec", ENTER, "sh", network, root, private, *command],
         env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "TZ": "UTC", "LC_ALL": "C.UTF-8"},
         stdin=subprocess.DEVNULL, **kwargs)
 

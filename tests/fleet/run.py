@@ -15,8 +15,6 @@ from machines import STATE
 from phases import Director
 from report import write_report
 
-DESCRIPTORS = 65536
-
 
 def read_arguments():
     parser = argparse.ArgumentParser(prog="scripts/fleet")
@@ -39,7 +37,8 @@ def set_up():
     """Removes the state of the last run; a failed one's is left for a look."""
     shutil.rmtree(STATE, ignore_errors=True)
     STATE.mkdir(parents=True)
-    resource.setrlimit(resource.RLIMIT_NOFILE, (DESCRIPTORS, DESCRIPTORS))
+    _, most = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
 
 
 def main():

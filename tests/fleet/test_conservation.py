@@ -1,18 +1,22 @@
 """What is lost, doubled, changed and forged is told apart."""
 
 import pathlib
+import sys
 
 import pytest
 
-import faults
-from conservation import DOUBLED, LOST, Allowance, Raised, Rule, Sent, Stored, judge
-from lines import Line, parse
+REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(REPOSITORY / "scripts/fleet-inside"))
+
+import faults  # noqa: E402
+from conservation import (DOUBLED, LOST, Allowance, Raised, Rule, Sent, Stored,  # noqa: E402
+                          judge)
+from lines import Line, parse  # noqa: E402
 
 LOSS = Rule(LOST, "document", "a line may be lost")
 DOUBLE = Rule(DOUBLED, "document", "a line may be stored twice")
 RULES = [Allowance(LOSS, 100, 200), Allowance(DOUBLE, 100, 200)]
 SENDERS = {"c001": "192.0.2.1"}
-REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 
 
 def line(values, **changes):

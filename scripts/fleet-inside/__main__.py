@@ -1,7 +1,7 @@
-"""Runs a fleet through phases and faults, and holds it to conservation. See scripts/fleet."""
+"""The part of scripts/fleet that runs inside the sandbox: leads a fleet through phases and faults,
+and holds it to conservation."""
 
 import argparse
-import pathlib
 import resource
 import shutil
 import sys
@@ -11,8 +11,8 @@ from chart import draw_chart
 from conservation import judge
 from faults import ALL
 from fleet import Fleet
-from machines import STATE
-from phases import Director
+from machines import RESULTS, STATE
+from phases import STEADY, STORM, Director
 from report import write_report
 
 
@@ -28,8 +28,6 @@ def read_arguments():
     parser.add_argument("--fault", action="append", default=[], choices=ALL, metavar="NAME",
                         help=f"one of {', '.join(ALL)}; may be repeated")
     parser.add_argument("--all-faults", action="store_true", help="each fault once")
-    parser.add_argument("--table", type=pathlib.Path, help="file for the tables, in Markdown")
-    parser.add_argument("--chart", type=pathlib.Path, help="file for the chart, SVG or PNG")
     return parser.parse_args()
 
 
@@ -51,26 +49,23 @@ def main():
     set_up()
     fleet = Fleet(arguments.clients, arguments.executable, arguments.rate)
     tell(f"{arguments.clients} services, the relay, the centre and the database run")
-    fleet.usage.begin()
+    fleet.usage.start()
     log_begin = fleet.log_position()
     names = list(ALL) if arguments.all_faults else arguments.fault
     faults = [ALL[name](fleet) for name in names]
     seconds = arguments.seconds / (2 + len(faults))
     director = Director(fleet, arguments.storm, tell)
-    director.run("steady", seconds, storms=False)
-    director.run("storm", seconds)
+    director.run(STEADY, seconds, storms=False)
+    director.run(STORM, seconds)
     for fault in faults:
         director.run(fault.name, seconds, fault)
-    use = fleet.usage.end()
     fleet.read_rows()
     account = judge(fleet.raiser.raised, fleet.sent, fleet.stored,
                     [one for fault in faults for one in fault.allowances()], fleet.senders)
-    report = write_report(fleet, director.phases, account, use, fleet.database_size(log_begin))
+    report = write_report(fleet, director.phases, account, fleet.database_size(log_begin))
     print("\n" + report)
-    if arguments.table:
-        arguments.table.write_text(report)
-    if arguments.chart:
-        draw_chart(arguments.chart, fleet, director.phases, faults)
+    (RESULTS / "tables.md").write_text(report)
+    draw_chart(RESULTS / "chart.svg", fleet, director.phases, faults)
     failures = [*account.violations, *fleet.raiser.failures, *fleet.reader.failures,
                 *(f"{fault.name} was not to be seen, so the run tells nothing of it"
                   for fault in faults if not fault.was_seen())]

@@ -4,15 +4,15 @@ import collections
 import math
 
 from conservation import DOUBLED, LOST
+from phases import STORM
 
 MEGABYTE = 1 << 20
 
 
-def write_report(fleet, phases, account, use, size):
-    """`use` has the Use of each part and `size` the DatabaseSize."""
-    seconds = phases[-1].settled - phases[0].begin
+def write_report(fleet, phases, account, size):
+    """`size` is the DatabaseSize."""
     tables = [table_of_phases(fleet, phases, account), table_of_rules(account),
-              table_of_parts(use, seconds, account.stored), table_of_database(size)]
+              table_of_parts(fleet.usage, phases, len(fleet.clients)), table_of_database(size)]
     return "\n".join(table for table in tables if table)
 
 
@@ -32,13 +32,17 @@ def table_of_phases(fleet, phases, account):
         *((line.event for rule, lines in account.by_rule.items() if rule.effect == effect
            for line in lines) for effect in (LOST, DOUBLED)))]
     latencies = latencies_of(fleet, phase_of)
-    return table(
-        ["phase", "raising", "raised", "sent", "stored", "lost by rule", "doubles by rule",
-         "latency, median", "latency, 99 %"],
-        [[phase.name, f"{phase.end - phase.begin:.0f} s",
-          *(f"{count[phase.name]:,}" for count in counts),
-          *(f"{quantile(latencies[phase.name], share):.1f} s" for share in (0.5, 0.99))]
-         for phase in phases])
+    rows = [[phase.name, f"{phase.end - phase.begin:.0f} s",
+             *(f"{count[phase.name]:,}" for count in counts), *shown(latencies[phase.name])]
+            for phase in phases]
+    rows.append(["all", f"{sum(phase.end - phase.begin for phase in phases):.0f} s",
+                 *(f"{count.total():,}" for count in counts), *shown(sum(latencies.values(), []))])
+    return table(["phase", "raising", "raised", "sent", "stored", "lost by rule", "doubles by rule",
+                  "latency, median", "latency, 99 %"], rows)
+
+
+def shown(latencies):
+    return [f"{quantile(latencies, share):.1f} s" for share in (0.5, 0.99)]
 
 
 def latencies_of(fleet, phase_of):
@@ -64,18 +68,23 @@ def table_of_rules(account):
     return table(["rule", "lines"], rows) if rows else ""
 
 
-def table_of_parts(use, seconds, lines):
+def table_of_parts(usage, phases, clients):
+    """The storm shows what a line costs when many come."""
+    duration = phases[-1].settled - phases[0].begin
+    [storm] = [phase for phase in phases if phase.name == STORM]
     rows = []
-    for part, one in use.items():
-        rows.append([part, f"{one.seconds:.1f} s", f"{100 * one.seconds / seconds:.1f} %",
-                     f"{1000 * one.seconds / lines:.2f} ms", f"{one.memory / MEGABYTE:.0f} MB",
-                     f"{one.resident / MEGABYTE:.0f} MB"])
+    for part in usage.memory:
+        seconds = sum(phase.seconds[part] for phase in phases)
+        memory = usage.memory[part] / MEGABYTE
+        resident = f"{usage.resident[part] / MEGABYTE:.0f} MB"
+        rows.append([part, f"{seconds:.1f} s", f"{100 * seconds / duration:.1f} %",
+                     f"{1e6 * storm.seconds[part] / storm.stored:.0f} us", f"{memory:.0f} MB",
+                     resident])
         if part == "services":
-            rows.append([f"one service, of {one.processes}", f"{one.seconds / one.processes:.2f} s",
-                         f"{100 * one.seconds / one.processes / seconds:.2f} %", "",
-                         f"{one.memory / one.processes / MEGABYTE:.1f} MB",
-                         f"{one.resident / MEGABYTE:.0f} MB"])
-    return table(["part", "processor time", "of a core", "for a line", "memory",
+            rows.append([f"one of {clients} services", f"{seconds / clients:.2f} s",
+                         f"{100 * seconds / clients / duration:.2f} %", "",
+                         f"{memory / clients:.1f} MB", resident])
+    return table(["part", "processor time", "of a core", "for a line of the storm", "memory",
                   "largest process, resident"], rows)
 
 

@@ -6,8 +6,9 @@ import time
 
 AWAY = 60  # seconds of a fault at the most
 BEFORE = 2  # seconds from the beginning of a phase to that of its fault: in the midst of a storm
-PATIENCE = 20  # seconds without a new row after which nothing more is expected
+PATIENCE = 16  # seconds without a new row after which nothing more is expected
 LOOK = 0.5
+STEADY, STORM = "steady", "storm"  # the first phases
 
 
 @dataclasses.dataclass
@@ -16,6 +17,8 @@ class Phase:
     begin: float
     end: float = 0  # of the raising
     settled: float = 0  # when all was stored
+    stored: int = 0  # lines
+    seconds: dict = None  # of processor time of each part
 
 
 class Director:
@@ -26,10 +29,12 @@ class Director:
         self._fleet = fleet
         self._storm = storm
         self._tell = tell
+        self._rows = 0
         self._difference = 0  # lines lost less doubles, so far
 
     def run(self, name, seconds, fault=None, storms=True):
         self._tell(f"{name} begins")
+        used = self._fleet.usage.seconds()
         phase = Phase(name, time.time())
         self.phases.append(phase)
         self._fleet.raiser.resume()
@@ -40,8 +45,10 @@ class Director:
         time.sleep(max(0, phase.begin + seconds - time.time()))
         self._fleet.raiser.rest()
         phase.end = time.time()
-        self._settle()
+        before, self._rows = self._rows, self._settle()
+        phase.stored = self._rows - before
         phase.settled = time.time()
+        phase.seconds = self._fleet.usage.seconds() - used
 
     def _let_fail(self, phase, seconds, fault):
         time.sleep(BEFORE)
@@ -56,7 +63,7 @@ class Director:
 
     def _settle(self):
         """Waits until all that was raised was sent and stored. What is missing after a while counts
-        as lost from then on."""
+        as lost from then on. Returns the number of rows."""
         rows, since = -1, time.monotonic()
         while time.monotonic() < since + PATIENCE:
             time.sleep(LOOK)
@@ -67,4 +74,5 @@ class Director:
             if raised == sent and sent - rows == self._difference:
                 break
         self._difference = sent - rows
-        self._tell(f"{raised} raised, {sent} sent, {rows} stored")
+        self._tell(f"{raised:,} raised, {sent:,} sent, {rows:,} stored")
+        return rows

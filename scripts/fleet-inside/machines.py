@@ -12,8 +12,9 @@ import sys
 
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 EXAMPLES = REPOSITORY / "examples"
-DEBIAN = REPOSITORY / "build/fleet/root"
-STATE = REPOSITORY / "build/fleet/run"  # on the disk, as it would be
+RESULTS = REPOSITORY / "build/fleet"
+DEBIAN = RESULTS / "root"
+STATE = RESULTS / "run"  # on the disk, as it would be
 sys.path.insert(0, str(REPOSITORY / "tests/system"))
 
 from support.polling import wait_until  # noqa: E402

@@ -65,7 +65,7 @@ def main():
     report = write_report(fleet, director.phases, account, fleet.database_size(log_begin))
     print("\n" + report)
     (RESULTS / "tables.md").write_text(report)
-    draw_chart(RESULTS / "chart.svg", fleet, director.phases, faults)
+    draw_chart(RESULTS / "chart.png", fleet, director.phases, faults)
     failures = [*account.violations, *fleet.raiser.failures, *fleet.reader.failures,
                 *(f"{fault.name} was not to be seen, so the run tells nothing of it"
                   for fault in faults if not fault.was_seen())]

@@ -9,7 +9,7 @@ from lines import Line
 LOST, DOUBLED = "lost", "doubled"
 
 
-@dataclasses.dataclass(frozen=True)
+@dataclasses.dataclass(frozen=True, slots=True)
 class Rule:
     """A sentence of a document by which lines may be lost or stored twice."""
     effect: str
@@ -17,7 +17,7 @@ class Rule:
     sentence: str
 
 
-@dataclasses.dataclass(frozen=True)
+@dataclasses.dataclass(frozen=True, slots=True)
 class Allowance:
     """A rule that holds for the lines sent in this time (seconds since the epoch)."""
     rule: Rule
@@ -25,7 +25,7 @@ class Allowance:
     end: float
 
 
-@dataclasses.dataclass(frozen=True)
+@dataclasses.dataclass(frozen=True, slots=True)
 class Raised:
     """An event that a client handed to its service."""
     host: str
@@ -38,14 +38,14 @@ class Raised:
         return self.host, self.id, self.values
 
 
-@dataclasses.dataclass(frozen=True)
+@dataclasses.dataclass(frozen=True, slots=True)
 class Sent:
     """A line that a service printed as it sent it."""
     line: Line
     at: float
 
 
-@dataclasses.dataclass(frozen=True)
+@dataclasses.dataclass(frozen=True, slots=True)
 class Stored:
     line: Line
     sender: str

@@ -15,7 +15,7 @@ RECOMMENDED = re.compile(
     r'desc="(?P<description>[^"]*)"\](?: (?P<values>.*))?', re.DOTALL)
 
 
-@dataclasses.dataclass(frozen=True)
+@dataclasses.dataclass(frozen=True, slots=True)
 class Line:
     host: str
     address: str

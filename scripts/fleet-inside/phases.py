@@ -6,7 +6,7 @@ import time
 
 AWAY = 60  # seconds of a fault at the most
 BEFORE = 2  # seconds from the beginning of a phase to that of its fault: in the midst of a storm
-PATIENCE = 16  # seconds without a new row after which nothing more is expected
+PATIENCE = 10  # seconds, and the length of a fault: so long without a new row, and no more come
 LOOK = 0.5
 STEADY, STORM = "steady", "storm"  # the first phases
 
@@ -19,6 +19,11 @@ class Phase:
     settled: float = 0  # when all was stored
     stored: int = 0  # lines
     seconds: dict = None  # of processor time of each part
+
+
+def away(seconds):
+    """The seconds of a fault in a phase of so many."""
+    return min(AWAY, 0.75 * seconds)
 
 
 class Director:
@@ -45,14 +50,14 @@ class Director:
         time.sleep(max(0, phase.begin + seconds - time.time()))
         self._fleet.raiser.rest()
         phase.end = time.time()
-        before, self._rows = self._rows, self._settle()
+        before, self._rows = self._rows, self._settle(PATIENCE + away(seconds))
         phase.stored = self._rows - before
         phase.settled = time.time()
         phase.seconds = self._fleet.usage.seconds() - used
 
     def _let_fail(self, phase, seconds, fault):
         time.sleep(BEFORE)
-        end = time.time() + min(AWAY, 0.75 * seconds)
+        end = time.time() + away(seconds)
         fault.begin()
         self._raise_storm()
         time.sleep(max(0, end - time.time()))
@@ -61,11 +66,11 @@ class Director:
     def _raise_storm(self):
         self._fleet.raiser.storm(self._fleet.clients, self._storm)
 
-    def _settle(self):
+    def _settle(self, patience):
         """Waits until all that was raised was sent and stored. What is missing after a while counts
         as lost from then on. Returns the number of rows."""
         rows, since = -1, time.monotonic()
-        while time.monotonic() < since + PATIENCE:
+        while time.monotonic() < since + patience:
             time.sleep(LOOK)
             before, rows = rows, self._fleet.number_of_rows()
             if rows != before:

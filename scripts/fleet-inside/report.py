@@ -23,8 +23,8 @@ def table(head, rows):
 
 
 def table_of_phases(fleet, phases, account):
-    phase_of = {one.event: phase.name for phase in phases for one in fleet.raiser.raised
-                if phase.begin <= one.at <= phase.settled}
+    phase_of = {one.event: number for number, phase in enumerate(phases)
+                for one in fleet.raiser.raised if phase.begin <= one.at <= phase.settled}
     counts = [collections.Counter(phase_of.get(event) for event in events) for events in (
         (one.event for one in fleet.raiser.raised),
         (one.line.event for one in fleet.sent),
@@ -33,8 +33,8 @@ def table_of_phases(fleet, phases, account):
            for line in lines) for effect in (LOST, DOUBLED)))]
     latencies = latencies_of(fleet, phase_of)
     rows = [[phase.name, f"{phase.end - phase.begin:.0f} s",
-             *(f"{count[phase.name]:,}" for count in counts), *shown(latencies[phase.name])]
-            for phase in phases]
+             *(f"{count[number]:,}" for count in counts), *shown(latencies[number])]
+            for number, phase in enumerate(phases)]
     rows.append(["all", f"{sum(phase.end - phase.begin for phase in phases):.0f} s",
                  *(f"{count.total():,}" for count in counts), *shown(sum(latencies.values(), []))])
     return table(["phase", "raising", "raised", "sent", "stored", "lost by rule", "doubles by rule",

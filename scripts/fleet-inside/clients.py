@@ -18,6 +18,7 @@ LOGGER = "/usr/bin/ov-event-logger"
 SETTINGS = "/etc/ov-event-logger/ov-event-logger.ini"
 DEFINITIONS = "/usr/lib/orvan/ov-event-logger/ov-event-def.csv"
 RUN_SERVICE = f"ln -s {SETTINGS} /tmp/ && exec {LOGGER} -s"
+PASS_PAUSE = 3  # seconds between two passes of a service
 SENT, LISTENING = b">>> ", b"Server is listening on /tmp/ov-events"
 
 
@@ -110,6 +111,7 @@ def start_clients(number, executable, relay, usage):
         client = Client(f"c{index:03}", f"10.90.{1 + index // 250}.{1 + index % 250}", root, usage)
         reader.add(client)
         clients.append(client)
+        time.sleep(PASS_PAUSE / number)  # their passes are spread out, as in a fleet
     wait_until(lambda: all(client.is_listening for client in clients), "every service to listen",
                2 * DEADLINE)
     return clients, reader

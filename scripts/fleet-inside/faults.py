@@ -4,6 +4,7 @@ lines may be lost or doubled by which sentence, and whether it was to be seen at
 import signal
 import time
 
+from clients import PASS_PAUSE
 from conservation import DOUBLED, LOST, Allowance, Rule
 from machines import paused
 
@@ -17,13 +18,13 @@ COMMITTED = Rule(DOUBLED, "docs/FLEET.md", "TODO committed")
 SLACK = 0.5
 MOST_IN_MEMORY = 3  # seconds for which the relay holds a line while the centre is there
 RESTART = 0.5  # seconds until a killed program is started again
-PASS = 3.5  # seconds; more than the pause of a service between two passes
 AT_ONCE = 5  # events of each client
 
 
 class Fault:
-    """`begin` and `end` are called with some time between them."""
+    """`begin` and `end` are called with some time between them if the fault `lasts`."""
     name = ""
+    lasts = True
 
     def __init__(self, fleet):
         self.fleet = fleet
@@ -90,6 +91,7 @@ class DatabaseStopped(Fault):
 
 class RelayKilled(Fault):
     name = "relay-killed"
+    lasts = False
 
     def break_it(self):
         self.status = self.fleet.relay.end(signal.SIGKILL)
@@ -145,10 +147,11 @@ class AllAtOnce(Fault):
     """Every client sends at the same moment, as after a power cut: the services are held until the
     pause between two passes is over for each of them."""
     name = "all-at-once"
+    lasts = False
 
     def break_it(self):
         with paused([client.process for client in self.fleet.clients]):
-            time.sleep(PASS)
+            time.sleep(PASS_PAUSE + SLACK)
         self.released = time.time()
         for client in self.fleet.clients:
             self.fleet.raiser.raise_records(client, AT_ONCE)

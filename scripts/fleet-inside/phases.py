@@ -57,7 +57,7 @@ class Director:
 
     def _let_fail(self, phase, seconds, fault):
         time.sleep(BEFORE)
-        end = time.time() + away(seconds)
+        end = time.time() + (away(seconds) if fault.lasts else 0)
         fault.begin()
         self._raise_storm()
         time.sleep(max(0, end - time.time()))

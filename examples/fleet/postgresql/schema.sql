@@ -25,6 +25,8 @@ end $$;
 alter role ov_owner login;
 alter role ov_writer login;
 alter role ov_reader login;
+-- A power cut of the centre may cost the last second; to wait for the disk after each line is slow.
+alter role ov_writer set synchronous_commit = off;
 alter role ov_reader set default_transaction_read_only = on;
 alter role ov_reader set statement_timeout = '30s';
 -- To compile the views takes longer than to run them.
@@ -51,7 +53,8 @@ create table if not exists known_usb_devices (
 
 -- One row for each line. A field that the line does not have is empty. `line` is the whole of a line of
 -- another form, and empty otherwise. Lines that come in one piece have the same time of receipt; the
--- number keeps their order. `lost` counts the heartbeats that are missing before this one.
+-- number keeps their order. `lost` counts the heartbeats that are missing before this one. The key is the
+-- relay's: a line that comes twice is stored once.
 create table if not exists event_lines (
     number bigint generated always as identity,
     received timestamptz not null,
@@ -66,7 +69,9 @@ create table if not exists event_lines (
     at text not null,
     relay text not null,
     line text not null,
-    lost integer not null default 0
+    lost integer not null default 0,
+    key uuid not null default gen_random_uuid(),
+    unique (received, key)
 ) partition by range (received);
 
 -- Takes the lines of days without a partition, so that none is refused.
@@ -75,8 +80,17 @@ create table if not exists event_lines_other partition of event_lines default;
 create index if not exists event_lines_host on event_lines (host, received);
 create index if not exists event_lines_lost on event_lines (received) where lost > 0;
 
-grant insert (received, sender, host, address, id, description, values, severity, facility, at, relay, line)
+-- What the database refused, with the reason.
+create table if not exists refused_lines (
+    received timestamptz not null default now(),
+    reason text not null,
+    relay text not null,
+    event text not null
+);
+
+grant insert (received, sender, host, address, id, description, values, severity, facility, at, relay, line, key)
     on event_lines to ov_writer;
+grant insert on refused_lines to ov_writer;
 
 -- The last line of each machine on each topic, kept by a trigger: to look for it among ten million lines
 -- takes seconds.
@@ -137,6 +151,29 @@ begin
 end $$;
 create or replace trigger note_state before insert on event_lines
     for each row when (new.host > '') execute function note_state();
+
+-- What rsyslog calls. rsyslog drops a line whose statement fails, but repeats it when the connection ends:
+-- so this function sets a bad line aside, and ends the connection when it is not the line's fault, as with a
+-- full disk.
+create or replace function store_line(event text, relay text) returns void language plpgsql as $$
+begin
+    insert into event_lines (received, sender, host, address, id, description, values, severity, facility,
+        at, relay, line, key)
+    select received, sender, coalesce(host, ''), coalesce(address, ''), coalesce(id, ''),
+        coalesce(description, ''), coalesce(values, ''), coalesce(severity, ''), coalesce(facility, ''),
+        coalesce(at, ''), store_line.relay, coalesce(line, ''), key
+    from json_to_record(event::json) as fields (received timestamptz, sender text, host text, address text,
+        id text, description text, values text, severity text, facility text, at text, line text, key uuid)
+    on conflict do nothing;
+exception
+    when data_exception or integrity_constraint_violation or program_limit_exceeded then
+        insert into refused_lines (reason, relay, event) values (sqlerrm, relay, event);
+    when others then
+        raise warning 'not stored: %', sqlerrm;
+        perform pg_terminate_backend(pg_backend_pid());
+end $$;
+revoke execute on function store_line from public;
+grant execute on function store_line to ov_writer;
 
 -- `at` has neither year nor zone: the year nearest to the time of receipt, and UTC. Null if `at` is no
 -- such time, as with months that are not English.
@@ -282,6 +319,7 @@ begin
     end loop;
     delete from event_lines_other where received < oldest;
     delete from machine_states where received < oldest;
+    delete from refused_lines where received < oldest;
 end $$;
 revoke execute on function keep_days() from public;
 do $$ begin perform keep_days(); end $$;

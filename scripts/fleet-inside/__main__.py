@@ -2,17 +2,19 @@
 and holds it to conservation."""
 
 import argparse
+import collections
 import resource
 import shutil
 import sys
 import time
 
 from chart import draw_chart
-from conservation import judge
+from conservation import LOST, judge
 from faults import ALL
 from fleet import Fleet
 from machines import RESULTS, STATE
 from phases import STEADY, STORM, Director
+from raising import HEARTBEAT
 from report import write_report
 
 
@@ -37,6 +39,16 @@ def set_up():
     STATE.mkdir(parents=True)
     _, most = resource.getrlimit(resource.RLIMIT_NOFILE)
     resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
+
+
+def wrong_losses(fleet, account):
+    """Where the database is wrong about the heartbeats that were lost."""
+    lost = collections.Counter(
+        line.host for rule, lines in account.by_rule.items() if rule.effect == LOST
+        for line in lines if line.id == HEARTBEAT)
+    told = fleet.lost_by_host()
+    return [f"{host} lost {lost[host]} heartbeats, lost_lines says {told.get(host, 0)}"
+            for host in lost.keys() | told.keys() if lost[host] != told.get(host, 0)]
 
 
 def main():
@@ -66,7 +78,8 @@ def main():
     print("\n" + report)
     (RESULTS / "tables.md").write_text(report)
     draw_chart(RESULTS / "chart.png", fleet, director.phases, faults)
-    failures = [*account.violations, *fleet.raiser.failures, *fleet.reader.failures,
+    failures = [*account.violations, *wrong_losses(fleet, account),
+                *fleet.raiser.failures, *fleet.reader.failures,
                 *(f"{fault.name} was not to be seen, so the run tells nothing of it"
                   for fault in faults if not fault.was_seen())]
     for failure in failures[:50]:

@@ -18,6 +18,7 @@ LOGGER = "/usr/bin/ov-event-logger"
 SETTINGS = "/etc/ov-event-logger/ov-event-logger.ini"
 DEFINITIONS = "/usr/lib/orvan/ov-event-logger/ov-event-def.csv"
 RUN_SERVICE = f"ln -s {SETTINGS} /tmp/ && exec {LOGGER} -s"
+MONITORS = ("usbDevMon", "vmwSigninMon", "agentConnMon", "perfMon")
 PASS_PAUSE = 3  # seconds between two passes of a service
 SENT, LISTENING = b">>> ", b"Server is listening on /tmp/ov-events"
 
@@ -118,11 +119,13 @@ def start_clients(number, executable, relay, usage):
 
 
 def settings(relay):
-    """The recommended ones, with this relay and every event of the example definitions."""
+    """The recommended ones, with this relay and every event of the example definitions, and without
+    monitors: no event is raised but by the fleet."""
     text = (EXAMPLES / "collector/ov-event-logger.ini").read_text()
     identifiers = re.findall("^([a-z]+[0-9]{2}),", (EXAMPLES / "ov-event-def.csv").read_text(),
                              re.MULTILINE)
-    for key, value in {"host": relay, "allowed": " ".join(identifiers)}.items():
+    for key, value in {"host": relay, "allowed": " ".join(identifiers),
+                       **dict.fromkeys(MONITORS, 0)}.items():
         text, count = re.subn(f"^{key}=.*$", f"{key}={value}", text, flags=re.MULTILINE)
         if count != 1:
             raise RuntimeError(f"the example settings have {count} lines with {key}=")

@@ -5,20 +5,31 @@ import signal
 import time
 
 from clients import PASS_PAUSE
-from conservation import DOUBLED, LOST, Allowance, Rule
-from machines import paused
+from conservation import LOST, Allowance, Rule
+from machines import paused, wait_until
 
 UNREAD = Rule(LOST, "docs/RELIABILITY.md",
               "the connection breaks before the collector has read the line")
-RELAY_MEMORY = Rule(LOST, "docs/FLEET.md", "TODO relay memory")
-RESENT = Rule(DOUBLED, "docs/FLEET.md", "TODO resent")
-COMMITTED = Rule(DOUBLED, "docs/FLEET.md", "TODO committed")
+KILLED = Rule(LOST, "docs/FLEET.md", "A relay that is killed loses the lines that it has not read yet, "
+              "and those in its memory")
 
 # Seconds. A line is sent a little after it was printed, and its print is noted a little late.
 SLACK = 0.5
-MOST_IN_MEMORY = 3  # seconds for which the relay holds a line while the centre is there
+# Seconds. A relay passes a line on within that time while the centre is there.
+MOST_IN_MEMORY = 3
 RESTART = 0.5  # seconds until a killed program is started again
 AT_ONCE = 5  # events of each client
+
+
+def send_at_once(fleet):
+    """Holds the services until the pause between two passes is over for each of them, so that all
+    of them make their next passes at the same moments. Each has some events to send then. Returns
+    the time from which on that is so."""
+    with paused([client.process for client in fleet.clients]):
+        time.sleep(PASS_PAUSE + SLACK)
+    for client in fleet.clients:
+        fleet.raiser.raise_records(client, AT_ONCE)
+    return time.time()
 
 
 class Fault:
@@ -66,9 +77,6 @@ class CentreAway(Fault):
     def mend_it(self):
         self.fleet.centre.start()
 
-    def allowances(self):
-        return [Allowance(RESENT, self.began - SLACK - MOST_IN_MEMORY, self.began + SLACK)]
-
     def was_seen(self):
         return self.nothing_was_stored()
 
@@ -82,26 +90,26 @@ class DatabaseStopped(Fault):
     def mend_it(self):
         self.fleet.database.start()
 
-    def allowances(self):
-        return [Allowance(COMMITTED, self.began - SLACK - MOST_IN_MEMORY, self.began + SLACK)]
-
     def was_seen(self):
         return self.nothing_was_stored()
 
 
 class RelayKilled(Fault):
+    """The relay is killed in the midst of lines from every client."""
     name = "relay-killed"
     lasts = False
 
     def break_it(self):
-        self.status = self.fleet.relay.end(signal.SIGKILL)
+        self.began = send_at_once(self.fleet)
+        wait_until(lambda: any(client.sent and client.sent[-1].at > self.began
+                               for client in self.fleet.clients), "a line", interval=0.001)
+        self.status = self.fleet.relay.kill()
         self.killed = time.time()
         time.sleep(RESTART)
         self.fleet.relay.start()
 
     def allowances(self):
-        begin, end = self.began - MOST_IN_MEMORY - SLACK, self.killed + SLACK
-        return [Allowance(rule, begin, end) for rule in (UNREAD, RELAY_MEMORY, RESENT)]
+        return [Allowance(KILLED, self.killed - MOST_IN_MEMORY, self.killed + SLACK)]
 
     def was_seen(self):
         return self.status == -signal.SIGKILL
@@ -118,8 +126,7 @@ class RelayAway(Fault):
         self.fleet.relay.start()
 
     def allowances(self):
-        return [Allowance(UNREAD, self.began - SLACK, self.stopped + SLACK),
-                Allowance(RESENT, self.began - SLACK - MOST_IN_MEMORY, self.stopped + SLACK)]
+        return [Allowance(UNREAD, self.began - SLACK, self.stopped + SLACK)]
 
     def was_seen(self):
         return any("Connection refused" in line and self.began < at < self.ended + SLACK
@@ -144,17 +151,12 @@ class NetworkCut(Fault):
 
 
 class AllAtOnce(Fault):
-    """Every client sends at the same moment, as after a power cut: the services are held until the
-    pause between two passes is over for each of them."""
+    """Every client sends at the same moment, as after a power cut."""
     name = "all-at-once"
     lasts = False
 
     def break_it(self):
-        with paused([client.process for client in self.fleet.clients]):
-            time.sleep(PASS_PAUSE + SLACK)
-        self.released = time.time()
-        for client in self.fleet.clients:
-            self.fleet.raiser.raise_records(client, AT_ONCE)
+        self.released = send_at_once(self.fleet)
 
     def was_seen(self):
         """Whether nine of ten clients sent within one second."""

@@ -24,6 +24,7 @@ POSTGRES = (*AS_POSTGRES, "/usr/lib/postgresql/15/bin/postgres",
 ROWS = """COPY (SELECT host, address, id, description, values || line, severity, facility, at,
     sender, extract(epoch FROM pg_xact_commit_timestamp(xmin)) FROM event_lines)
     TO STDOUT (FORMAT csv)"""
+LOST_LINES = "COPY (SELECT host, lost FROM lost_lines) TO STDOUT (FORMAT csv)"
 
 
 @dataclasses.dataclass
@@ -92,6 +93,11 @@ class Fleet:
     @property
     def senders(self):
         return {client.name: client.address for client in self.clients}
+
+    def lost_by_host(self):
+        """What the view of the database says of lost heartbeats."""
+        return {host: int(lost) for host, lost in
+                csv.reader(io.StringIO(self._psql("-c", LOST_LINES)))}
 
     def number_of_rows(self):
         return int(self.ask("SELECT count(*) FROM event_lines"))

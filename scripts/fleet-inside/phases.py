@@ -6,7 +6,9 @@ import time
 
 AWAY = 60  # seconds of a fault at the most
 BEFORE = 2  # seconds from the beginning of a phase to that of its fault: in the midst of a storm
-PATIENCE = 10  # seconds, and the length of a fault: so long without a new row, and no more come
+# Seconds without a new row after which no more are expected: a client tries again after ten. After a
+# fault TCP may wait once more as long as the fault lasted.
+PATIENCE = 14
 LOOK = 0.5
 STEADY, STORM = "steady", "storm"  # the first phases
 
@@ -43,6 +45,7 @@ class Director:
         phase = Phase(name, time.time())
         self.phases.append(phase)
         self._fleet.raiser.resume()
+        patience = PATIENCE + (away(seconds) if fault and fault.lasts else 0)
         if storms:
             self._raise_storm()
         if fault:
@@ -50,7 +53,7 @@ class Director:
         time.sleep(max(0, phase.begin + seconds - time.time()))
         self._fleet.raiser.rest()
         phase.end = time.time()
-        before, self._rows = self._rows, self._settle(PATIENCE + away(seconds))
+        before, self._rows = self._rows, self._settle(patience)
         phase.stored = self._rows - before
         phase.settled = time.time()
         phase.seconds = self._fleet.usage.seconds() - used

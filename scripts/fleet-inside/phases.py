@@ -6,8 +6,8 @@ import time
 
 AWAY = 60  # seconds of a fault at the most
 BEFORE = 2  # seconds from the beginning of a phase to that of its fault: in the midst of a storm
-# Seconds without a new row after which no more are expected: a client tries again after ten. After a
-# fault TCP may wait once more as long as the fault lasted.
+# Seconds without a new row after which no more are expected: a client tries again after ten. After
+# a fault TCP may wait once more as long as the fault lasted.
 PATIENCE = 14
 LOOK = 0.5
 STEADY, STORM = "steady", "storm"  # the first phases
@@ -25,7 +25,7 @@ class Phase:
 
 def away(seconds):
     """The seconds of a fault in a phase of so many."""
-    return min(AWAY, 0.75 * seconds)
+    return min(AWAY, 0.8 * seconds)
 
 
 class Director:

@@ -12,7 +12,7 @@ MEGABYTE = 1 << 20
 def write_report(fleet, phases, account, size):
     """`size` is the DatabaseSize."""
     tables = [table_of_phases(fleet, phases, account), table_of_rules(account),
-              table_of_parts(fleet.usage, phases, len(fleet.clients)), table_of_database(size)]
+              table_of_parts(fleet.usage, phases, len(fleet.clients)), table_of_database(fleet, size)]
     return "\n".join(table for table in tables if table)
 
 
@@ -88,9 +88,11 @@ def table_of_parts(usage, phases, clients):
                   "largest process, resident"], rows)
 
 
-def table_of_database(size):
+def table_of_database(fleet, size):
+    rates = collections.Counter(int(row.committed) for row in fleet.stored)
     return table(["database", ""], [
         ["rows", f"{size.rows:,}"],
+        ["most rows in a second", f"{max(rates.values(), default=0):,}"],
         ["table with its indexes", f"{size.table:,} bytes"],
         ["for a row", f"{size.table / max(size.rows, 1):.0f} bytes"],
         ["write-ahead log for a row", f"{size.log / max(size.rows, 1):.0f} bytes"]])

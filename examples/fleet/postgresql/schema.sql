@@ -283,7 +283,9 @@ create or replace view relays as
     from last_word
     group by relay;
 
-grant select on events, last_word, silent_machines, lost_lines, disconnected_machines, full_disks,
+create or replace view refused as select * from refused_lines;
+
+grant select on events, refused, last_word, silent_machines, lost_lines, disconnected_machines, full_disks,
     signed_in, unknown_usb_devices, frequent_events, events_by_hour, relays to ov_reader;
 
 -- Makes the partitions of yesterday, today and the next seven days, and of the days of lines that no

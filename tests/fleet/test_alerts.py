@@ -38,7 +38,7 @@ def test_the_files_are_correct(prometheus):
     ("DisksFull", {"ov_fleet_full_disks": "0 1"}, 1),
     ("ManySignInsFail", {"ov_fleet_failed_sign_ins": "20 21"}, 1),
     ("ManyDisconnected", {"ov_fleet_disconnected_machines": "10 11+0x9",
-                          "ov_fleet_machines": "200+0x9"}, 3),
+                          "ov_fleet_machines": "100+0x9"}, 3),
     ("ManyDisconnected", {"ov_fleet_disconnected_machines": "100 101+0x9",
                           "ov_fleet_machines": "2000+0x9"}, 3),
     ("RelaySilent", {'ov_relay_seconds_silent{relay="relay-1"}': "600 660 720"}, 2),

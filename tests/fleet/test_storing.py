@@ -43,7 +43,7 @@ def test_a_line_over_udp_is_stored_in_its_fields(relay, reader):
     line("kernel", id="i" * 33).decode(),
     line("kernel", at="").decode(),
     line("kernel").decode().replace("Update", 'the "Update"'),
-])
+], ids=["default line", "no header", "number", "long name", "long identifier", "no time", "quotes"])
 def test_a_line_of_another_form_is_kept_whole(relay, reader, other):
     send(other.encode())
     assert stored(reader, COLUMNS, 1) == [("127.0.0.1", *[""] * 8, "tc-0042", other)]

@@ -50,9 +50,10 @@ def test_the_last_word_is_the_latest_line_of_each_machine(store, view):
         ("tc-1", "perf01", "late"), ("tc-2", "sys10", "other")]
 
 
-def test_of_lines_with_the_same_time_the_last_word_is_the_one_stored_last(store, view):
-    store("sys10", values="first")
-    store("sys10", values="second")
+@pytest.mark.parametrize("ids", [("sys10", "perf03"), ("perf03", "sys10"), ("sys10", "sys10")])
+def test_of_lines_with_the_same_time_the_last_word_is_the_one_stored_last(store, view, ids):
+    for values, id in zip(("first", "second"), ids):
+        store(id, values=values)
     assert view("host, values", "last_word") == [("tc-1", "second")]
 
 

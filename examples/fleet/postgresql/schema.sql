@@ -131,7 +131,7 @@ begin
     -- The number of the heartbeat begins with 1 at each boot. A heartbeat may come twice.
     if new.id = 'sys03' and length(new.values) between 1 and 9
             and translate(new.values, '0123456789', '') = '' then
-        beat = greatest(new.values::integer, 1);
+        beat = new.values;
         select beats into last_beat from machine_states s where s.host = new.host and s.topic = 'heartbeat';
         new.lost = case when beat > last_beat then beat - last_beat - 1
                         when beat < last_beat then beat - 1
@@ -260,7 +260,7 @@ create or replace view unknown_usb_devices as
         and not exists (select from known_usb_devices where device = lower(split_part(values, ' ', 1)));
 
 create or replace view frequent_events as
-    select id, severity, sum(lines)::bigint as lines, count(distinct host) as machines,
+    select id, severity, sum(lines)::bigint as lines, count(*) as machines,
         max(received) as last_received
     from (
         select id, severity, host, count(*) as lines, max(received) as received
@@ -323,7 +323,6 @@ begin
     delete from machine_states where received < oldest;
     delete from refused_lines where received < oldest;
 end $$;
-revoke execute on function keep_days() from public;
 do $$ begin perform keep_days(); end $$;
 
 commit;

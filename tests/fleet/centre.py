@@ -127,11 +127,12 @@ class Database:
 class Rsyslog:
     """rsyslog with one file of the examples."""
 
-    def __init__(self, debian, name, port):
+    def __init__(self, debian, name, port, change=lambda text: text):
         self._debian = debian
         self._name = name
         self._port = port
-        debian.install(f"rsyslog/{name}.conf", f"/etc/ov-{name}.conf")
+        debian.install(f"rsyslog/{name}.conf", f"/etc/ov-{name}.conf", change)
+        debian.run("rsyslogd", "-N1", "-f", f"/etc/ov-{name}.conf")
 
     def start(self):
         self._process = self._debian.start(
@@ -147,7 +148,8 @@ def line(values="", host="tc-0042", id="sys10", at="Nov 14 22:13:20"):
     """The recommended line, as bytes."""
     text = (f'<29>1 - {host} ov-event-logger - {id} [ev@32473 ip="192.168.1.20" sev="notice" '
             f'at="{at}" desc="Update installed"] ')
-    return text.encode(errors="surrogateescape") + (values if isinstance(values, bytes) else values.encode())
+    return (text.encode(errors="surrogateescape")
+            + (values if isinstance(values, bytes) else values.encode()))
 
 
 def send(*lines):
@@ -155,3 +157,13 @@ def send(*lines):
     with socket.create_connection(("127.0.0.1", 514)) as connection:
         connection.sendall(b"".join(one + b"\n" for one in lines))
 
+
+def store(writer, received, **fields):
+    """Stores a line as the database takes it from the centre; `received` is an expression."""
+    fields = {"sender": "192.0.2.1", "host": "tc-1", "address": "192.168.1.20", "id": "",
+              "description": "", "values": "", "severity": "info", "facility": "daemon", "at": "",
+              "relay": "relay-1", "line": "", **fields}
+    writer.execute(
+        f"insert into event_lines (received, {', '.join(fields)}) select received, "
+        f"{', '.join(['%s'] * len(fields))} from (select {received}) as times (received)",
+        list(fields.values()))

@@ -1,3 +1,4 @@
+import datetime
 import pathlib
 
 import pytest
@@ -50,3 +51,8 @@ def relay(debian, centre):
     program.start()
     yield program
     program.end()
+
+
+@pytest.fixture
+def now():
+    return datetime.datetime.now(datetime.timezone.utc)

@@ -5,6 +5,7 @@ import json
 import pytest
 from aiosmtpd.controller import Controller
 
+from centre import store
 from support.polling import wait_until
 
 FILES = ["ov-queries.yml", "ov-rules.yml", "prometheus.yml", "alertmanager.yml"]
@@ -47,7 +48,8 @@ def test_the_files_are_correct(prometheus):
 def test_an_alert_fires(prometheus, alert, series, minute):
     def rule_test(minute, fires):
         return {"interval": "1m",
-                "input_series": [{"series": name, "values": values} for name, values in series.items()],
+                "input_series": [{"series": name, "values": values}
+                                 for name, values in series.items()],
                 "promql_expr_test": [{
                     "expr": f'count(ALERTS{{alertname="{alert}", alertstate="firing"}})',
                     "eval_time": f"{minute}m",
@@ -107,9 +109,7 @@ def watching(debian, prometheus, database, mailbox):
 
 
 def test_a_mail_tells_of_a_silent_machine(watching, writer):
-    writer.execute("""insert into event_lines (received, sender, host, address, id, description, values,
-        severity, facility, at, relay, line)
-        select now() - age, '192.0.2.1', host, '', 'sys03', '', '7', 'info', 'daemon', '', 'relay-1', ''
-        from (values ('silent', interval '1 hour'), ('alive', interval '0')) as machines(host, age)""")
+    for host, age in ("silent", "1 hour"), ("alive", "0"):
+        store(writer, f"now() - interval '{age}'", host=host, id="sys03", values="7")
     wait_until(lambda: any("1 machines are silent" in mail for mail in watching.mails),
                lambda: f"the mail: {watching.mails}")

@@ -1,4 +1,4 @@
-"""What a client sends to the relay is stored once by the centre, whatever it is and whatever fails."""
+"""What a client sends to the relay is stored once, whatever it is and whatever fails."""
 
 import socket
 
@@ -38,6 +38,7 @@ def test_a_line_over_udp_is_stored_in_its_fields(relay, reader):
 @pytest.mark.parametrize("other", [
     "<29> Nov 14 22:13:20 tc-0042(192.168.1.20): sys10 Update installed - kernel (notice)",
     "no header",
+    "9 begins with a number",
     line("kernel", host="h" * 256).decode(),
     line("kernel", id="i" * 33).decode(),
     line("kernel", at="").decode(),
@@ -113,3 +114,5 @@ def test_an_event_that_comes_twice_is_stored_once(writer, reader):
     for _ in range(2):
         writer.execute("select store_line(%s, 'relay')", (event,))
     assert stored(reader, "sender", 1) == [("192.0.2.1",)]
+    reader.execute("select * from refused")
+    assert reader.fetchall() == []

@@ -4,17 +4,14 @@ import datetime
 
 import pytest
 
-NOW = datetime.datetime.now(datetime.timezone.utc)
-SOME = {"severity": "info", "facility": "daemon", "sender": "192.0.2.1", "address": "192.168.1.20",
-        "description": "", "values": "", "at": "", "relay": "relay-1", "line": "", "host": "tc-1"}
+import centre
 
 
 @pytest.fixture
-def store(writer):
-    def store(id, minutes_ago=1.0, **fields):
-        fields = {**SOME, "id": id, "received": NOW - datetime.timedelta(minutes=minutes_ago), **fields}
-        writer.execute("insert into event_lines ({}) values ({})".format(
-            ", ".join(fields), ", ".join(["%s"] * len(fields))), list(fields.values()))
+def store(writer, now):
+    def store(id, minutes_ago=1.0, received=None, **fields):
+        received = received or now - datetime.timedelta(minutes=minutes_ago)
+        centre.store(writer, f"timestamptz '{received}'", id=id, **fields)
     return store
 
 
@@ -159,8 +156,8 @@ def test_frequent_events_are_counted_with_their_machines(store, view):
         ("perf01", "warn", 3, 2), ("sys10", "info", 1, 1)]
 
 
-def test_events_are_counted_by_the_hour(store, view):
-    hour = NOW.replace(minute=0, second=0, microsecond=0)
+def test_events_are_counted_by_the_hour(store, view, now):
+    hour = now.replace(minute=0, second=0, microsecond=0)
     store("sys10", received=hour)
     store("sys10", received=hour - datetime.timedelta(seconds=1))
     store("sys10", received=hour - datetime.timedelta(hours=1))

@@ -11,7 +11,7 @@ from machines import paused, wait_until
 UNREAD = Rule(LOST, "docs/RELIABILITY.md",
               "the connection breaks before the collector has read the line")
 KILLED = Rule(LOST, "docs/FLEET.md",
-              "A relay that is killed loses the lines in its memory, and those that it has not read")
+              "A relay that is killed loses what it has in memory, and what it has not read yet")
 
 # Seconds. A line is sent a little after it was printed, and its print is noted a little late.
 SLACK = 0.5

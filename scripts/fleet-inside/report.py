@@ -12,7 +12,8 @@ MEGABYTE = 1 << 20
 def write_report(fleet, phases, account, size):
     """`size` is the DatabaseSize."""
     tables = [table_of_phases(fleet, phases, account), table_of_rules(account),
-              table_of_parts(fleet.usage, phases, len(fleet.clients)), table_of_database(fleet, size)]
+              table_of_parts(fleet.usage, phases, len(fleet.clients)),
+              table_of_database(fleet, size)]
     return "\n".join(table for table in tables if table)
 
 

@@ -68,7 +68,8 @@ QStringList CasesOf(const SentEvent &event) {
   add(event.description.endsWith('\\'), "backslash at end of description");
   add(event.values.contains('\n') && !isForged, "line feed in values");
   add(isForged, "line of another event in values");
-  add(event.values != event.values.trimmed(), "blanks around values");
+  add(event.values.startsWith(' '), "blanks in front of values");
+  add(event.values.endsWith(' '), "blanks behind values");
   add(isUnknown && event.facility != 0, "unknown severity");
   add(isUnknown && event.facility == 0, "facility 0 and unknown severity");
   add(!event.hasEnglishMonths, "months of another language");
@@ -77,19 +78,37 @@ QStringList CasesOf(const SentEvent &event) {
   return cases;
 }
 
-// The lines below a heading of docs/COLLECTORS.md.
-QStringList LinesOfTable(const QString &table) {
+// The rows below a heading of docs/COLLECTORS.md, each as its cells.
+QList<QStringList> RowsBelow(const QString &heading) {
   QFile file(QStringLiteral(":/COLLECTORS.md"));
   file.open(QIODevice::ReadOnly);
   const QString text = QString::fromUtf8(file.readAll());
-  return text.section(QStringLiteral("\n### %1\n").arg(table), 1)
-      .section(QLatin1String("\n#"), 0, 0)
-      .split(QLatin1Char('\n'));
+  const QStringList lines = text.section(QStringLiteral("\n### %1\n").arg(heading), 1)
+                                .section(QLatin1String("\n#"), 0, 0)
+                                .split(QLatin1Char('\n'));
+  QList<QStringList> rows;
+  for (const QString &line : lines) {
+    if (line.startsWith(QLatin1String("| "))) {
+      rows.append(line.mid(2).chopped(2).split(QLatin1String(" | ")));
+    }
+  }
+  return rows;
+}
+
+// What the tables sent in this case.
+QString Example(const QString &name) {
+  for (const QStringList &row : RowsBelow(QStringLiteral("Cases"))) {
+    if (row[0] == name) {
+      return row[1];
+    }
+  }
+  return {};
 }
 
 void AddOutcome(const QString &name, QString cell, QStringList &outcomes) {
   if (cell != QLatin1String("as sent")) {
-    outcomes.append(name + QLatin1String(": ") + cell.remove(QLatin1String("**")));
+    outcomes.append(QStringLiteral("%1, such as %2: ").arg(name, Example(name)) +
+                    cell.remove(QLatin1String("**")));
   }
 }
 
@@ -106,15 +125,11 @@ std::optional<StoredAnswer> StoredAnswerFor(const SentEvent &event) {
   StoredAnswer answer{QLatin1String(known->table), {}, {}};
   const QStringList cases = CasesOf(event);
   const QString transport = event.isTcp ? QStringLiteral("TCP") : QStringLiteral("UDP");
-  for (const QString &line : LinesOfTable(answer.table)) {
-    const QStringList cells = line.split(QLatin1String(" | "));  // case, transport, two outcomes
-    if (cells.size() != 4 || (cells[1] != transport && cells[1] != QLatin1String("both"))) {
-      continue;
-    }
-    const QString name = cells[0].mid(2);
-    if (cases.contains(name)) {
-      AddOutcome(name, cells[2], answer.rsyslog);
-      AddOutcome(name, cells[3].chopped(2), answer.syslogNg);
+  // Case, transport, two outcomes.
+  for (const QStringList &row : RowsBelow(answer.table)) {
+    if (cases.contains(row[0]) && (row[1] == transport || row[1] == QLatin1String("both"))) {
+      AddOutcome(row[0], row[2], answer.rsyslog);
+      AddOutcome(row[0], row[3], answer.syslogNg);
     }
   }
   return answer;

@@ -25,7 +25,8 @@ struct SentEvent {
   bool hasEnglishMonths;
 };
 
-/// Each difference as "<case>: <what becomes of it>"; none: every field is stored as sent.
+/// Each difference as "<case>, such as <example>: <what becomes of the example>"; none: every field
+/// is stored as sent.
 struct StoredAnswer {
   QString table;  ///< the heading of the table
   QStringList rsyslog;

@@ -48,7 +48,8 @@ CASES = [
     *in_both("control character", "a\tb\x1b[1m"),
     Case("line feed in values", values="a\n{id}"),
     Case("line of another event in values", values="a\n{line}"),
-    Case("blanks around values", values="  a  "),
+    Case("blanks in front of values", values="  a"),
+    Case("blanks behind values", values="a  "),
     Case("127 bytes of values", values="v" * 127),
     Case("empty values", values=""),
     Case("empty description", description=""),
@@ -249,7 +250,8 @@ def table_of_cases():
 
 def expected_answer(name, cell):
     """What ov-event-check is to say of a case with this cell."""
-    return [] if cell == "as sent" else [f"{name}: {cell.replace('**', '')}"]
+    [sent] = [row.split(" | ")[1][:-2] for row in table_of_cases() if row.startswith(f"| {name} |")]
+    return [] if cell == "as sent" else [f"{name}, such as {sent}: {cell.replace('**', '')}"]
 
 
 def table_of(template, *stored):

@@ -142,10 +142,10 @@ def start_service(sandbox, settings):
 
 @pytest.mark.parametrize("section", [
     pytest.param(section, id=section.split("\n")[0])
-    for page in (SETTINGS_PAGE, DEFINITIONS_PAGE) for section in example_sections(page)])
+    for page in (COMMAND, SETTINGS_PAGE, DEFINITIONS_PAGE) for section in example_sections(page)])
 def test_example_does_what_the_document_says(sandbox, check, section):
     settings = collector = None
-    times = {}
+    dates = []
     done = set()
     for language, name, text in blocks(section):
         done.add(language)
@@ -159,10 +159,11 @@ def test_example_does_what_the_document_says(sandbox, check, section):
                 printed = sandbox.run(sandbox.executable, *arguments).stdout
                 [seconds] = re.findall(r" at (\d+)\n", printed)
                 assert printed == expected.replace(SECONDS, seconds)
-                times[DATE] = time.strftime("%b %d %H:%M:%S", time.gmtime(int(seconds)))
+                dates.append(time.strftime("%b %d %H:%M:%S", time.gmtime(int(seconds))))
         elif language == "syslog":
-            arrived = collector.wait_for(text.count("\n"))
-            assert b"\n".join(arrived).decode() + "\n" == text.replace(DATE, times[DATE])
+            lines = text.splitlines()
+            assert [line.decode() for line in collector.wait_for(len(lines))] == [
+                line.replace(DATE, date) for line, date in zip(lines, dates)]
         else:
             sandbox.path(f"/tmp/{name}").write_text(text)
             if language == "ini":

@@ -20,32 +20,19 @@ constexpr struct {
                {"Default line", "<[PRI]> [DATE] [NAME]([IP]): [ID] [DESC] - [VAL] ([SEV])"},
                {"RFC 3164", "<[PRI]>[DATE] [NAME] ov-event-logger: [ID] [DESC] - [VAL] ([SEV])"}};
 
-bool HasByte(const QByteArray &text, bool (*holds)(char byte)) {
-  return std::any_of(text.cbegin(), text.cend(), holds);
-}
-
-// The cases of a text, which is the values or the description.
+// The cases of a text, which is the values or the description. Of the tables' cases those are here
+// that make a difference somewhere.
 constexpr struct {
   const char *name;
   bool (*holds)(const QByteArray &text);
-} kTextCases[] = {
-    {"quote", [](const QByteArray &text) { return text.contains('"'); }},
-    {"bracket", [](const QByteArray &text) { return text.contains(']'); }},
-    {"backslash", [](const QByteArray &text) { return text.contains('\\'); }},
-    {"percent", [](const QByteArray &text) { return text.contains('%'); }},
-    {"dash", [](const QByteArray &text) { return text.contains(" - "); }},
-    {"parenthesis",
-     [](const QByteArray &text) { return text.contains('(') || text.contains(')'); }},
-    {"comma", [](const QByteArray &text) { return text.contains(','); }},
-    {"UTF-8",
-     [](const QByteArray &text) {
-       return HasByte(text, [](char byte) { return (static_cast<unsigned>(byte) & 0x80U) != 0; });
-     }},
-    {"control character", [](const QByteArray &text) {
-       return HasByte(text, [](char byte) {
-         return (byte >= '\0' && byte < ' ' && byte != '\n') || byte == '\x7F';
-       });
-     }}};
+} kTextCases[] = {{"quote", [](const QByteArray &text) { return text.contains('"'); }},
+                  {"bracket", [](const QByteArray &text) { return text.contains(']'); }},
+                  {"dash", [](const QByteArray &text) { return text.contains(" - "); }},
+                  {"control character", [](const QByteArray &text) {
+                     return std::any_of(text.cbegin(), text.cend(), [](char byte) {
+                       return (byte >= '\0' && byte < ' ' && byte != '\n') || byte == '\x7F';
+                     });
+                   }}};
 
 // The names of the cases that hold.
 QStringList CasesOf(const SentEvent &event) {
@@ -68,7 +55,6 @@ QStringList CasesOf(const SentEvent &event) {
   add(event.description.endsWith('\\'), "backslash at end of description");
   add(event.values.contains('\n') && !isForged, "line feed in values");
   add(isForged, "line of another event in values");
-  add(event.values.startsWith(' '), "blanks in front of values");
   add(event.values.endsWith(' '), "blanks behind values");
   add(isUnknown && event.facility != 0, "unknown severity");
   add(isUnknown && event.facility == 0, "facility 0 and unknown severity");

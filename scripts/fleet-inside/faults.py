@@ -62,8 +62,8 @@ class Fault:
         return []
 
     def lines_had_to_wait(self, clients):
-        """Whether some lines of these clients were sent while the fault lasted, and each of them was
-        stored after it."""
+        """Whether some lines of these clients were sent while the fault lasted, and each of them
+        was stored after it."""
         committed = {row.line: row.committed for row in self.fleet.stored}
         sent = [one.line for client in clients for one in client.sent
                 if self.broken + SLACK < one.at < self.mended]

@@ -53,8 +53,8 @@ create table if not exists known_usb_devices (
 
 -- One row for each line. A field that the line does not have is empty. `line` is the whole of a line of
 -- another form, and empty otherwise. Lines that come in one piece have the same time of receipt; the
--- number keeps their order. `lost` counts the heartbeats that are missing before this one, or is -1 for one that comes late. The key is the
--- relay's: a line that comes twice is stored once.
+-- number keeps their order. `lost` counts the heartbeats that are missing before this one, or is -1 for one
+-- that comes late. The key is the relay's: a line that comes twice is stored once.
 create table if not exists event_lines (
     number bigint generated always as identity,
     received timestamptz not null,

@@ -1,6 +1,7 @@
 """The faults that a run can have, by name. Each has a beginning and an end, says afterwards which
 lines may be lost or doubled by which sentence, and whether it was to be seen at all."""
 
+import math
 import signal
 import time
 
@@ -39,13 +40,15 @@ class Fault:
 
     def __init__(self, fleet):
         self.fleet = fleet
-        self.began = self.ended = None
+        self.began = self.broken = self.mended = self.ended = None
 
     def begin(self):
         self.began = time.time()
         self.break_it()
+        self.broken = time.time()
 
     def end(self):
+        self.mended = time.time()
         self.mend_it()
         self.ended = time.time()
 
@@ -58,11 +61,13 @@ class Fault:
     def allowances(self):
         return []
 
-    def nothing_was_stored(self, hosts=None):
-        """Whether no line of these hosts, or of any, was stored while the fault lasted."""
-        return not any(self.began + 2 * SLACK < row.committed < self.ended - 2 * SLACK
-                       and (hosts is None or row.line.host in hosts)
-                       for row in self.fleet.stored)
+    def lines_had_to_wait(self, clients):
+        """Whether some lines of these clients were sent while the fault lasted, and each of them
+        was stored after it."""
+        committed = {row.line: row.committed for row in self.fleet.stored}
+        sent = [one.line for client in clients for one in client.sent
+                if self.broken + SLACK < one.at < self.mended]
+        return sent and all(committed.get(line, math.inf) > self.mended for line in sent)
 
     def was_seen(self):
         raise NotImplementedError
@@ -78,7 +83,7 @@ class CentreAway(Fault):
         self.fleet.centre.start()
 
     def was_seen(self):
-        return self.nothing_was_stored()
+        return self.lines_had_to_wait(self.fleet.clients)
 
 
 class DatabaseStopped(Fault):
@@ -91,7 +96,7 @@ class DatabaseStopped(Fault):
         self.fleet.database.start()
 
     def was_seen(self):
-        return self.nothing_was_stored()
+        return self.lines_had_to_wait(self.fleet.clients)
 
 
 class RelayKilled(Fault):
@@ -120,13 +125,12 @@ class RelayAway(Fault):
 
     def break_it(self):
         self.fleet.relay.end()
-        self.stopped = time.time()
 
     def mend_it(self):
         self.fleet.relay.start()
 
     def allowances(self):
-        return [Allowance(UNREAD, self.began - SLACK, self.stopped + SLACK)]
+        return [Allowance(UNREAD, self.began - SLACK, self.broken + SLACK)]
 
     def was_seen(self):
         return any("Connection refused" in line and self.began < at < self.ended + SLACK
@@ -147,7 +151,7 @@ class NetworkCut(Fault):
             client.set_link("up")
 
     def was_seen(self):
-        return self.nothing_was_stored({client.name for client in self.cut})
+        return self.lines_had_to_wait(self.cut)
 
 
 class AllAtOnce(Fault):

@@ -98,6 +98,19 @@ def test_a_gap_in_the_heartbeats_is_loss(store, view, numbers, lost):
     assert view("host, lost, gaps", "lost_lines") == lost
 
 
+@pytest.mark.parametrize("heartbeats, lost", [
+    ("1@60 4@57 2@59 3@58", []),
+    ("1@60 5@56 2@59 4@57", [("tc-1", 1, 1)]),
+    ("1@60 4@60 2@60 3@60 5@55", []),
+    ("7@60 1@50 8@59", []),
+])
+def test_a_heartbeat_that_comes_late_is_not_lost(store, view, heartbeats, lost):
+    for heartbeat in heartbeats.split():
+        number, minutes_ago = heartbeat.split("@")
+        store("sys03", int(minutes_ago), values=number)
+    assert view("host, lost, gaps", "lost_lines") == lost
+
+
 def test_losses_of_yesterday_do_not_count(store, view):
     store("sys03", 26 * 60, values="1")
     store("sys03", 25 * 60, values="5")

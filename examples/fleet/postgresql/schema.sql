@@ -53,8 +53,8 @@ create table if not exists known_usb_devices (
 
 -- One row for each line. A field that the line does not have is empty. `line` is the whole of a line of
 -- another form, and empty otherwise. Lines that come in one piece have the same time of receipt; the
--- number keeps their order. `lost` counts the heartbeats that are missing before this one. The key is the
--- relay's: a line that comes twice is stored once.
+-- number keeps their order. `lost` counts the heartbeats that are missing before this one, or is -1 for one
+-- that comes late. The key is the relay's: a line that comes twice is stored once.
 create table if not exists event_lines (
     number bigint generated always as identity,
     received timestamptz not null,
@@ -78,7 +78,7 @@ create table if not exists event_lines (
 create table if not exists event_lines_other partition of event_lines default;
 
 create index if not exists event_lines_host on event_lines (host, received);
-create index if not exists event_lines_lost on event_lines (received) where lost > 0;
+create index if not exists event_lines_lost on event_lines (received) where lost <> 0;
 
 -- What the database refused, with the reason.
 create table if not exists refused_lines (
@@ -127,17 +127,24 @@ declare
     topic text;
     beat integer;
     last_beat integer;
+    last_received timestamptz;
 begin
-    -- The number of the heartbeat begins with 1 at each boot. A heartbeat may come twice.
+    -- The number of the heartbeat begins with 1 at each boot. A heartbeat may come twice. After an outage
+    -- rsyslog sends the lines in its memory and those on its disk at a time: a heartbeat that comes late was
+    -- counted as missing. No machine boots within ten seconds.
     if new.id = 'sys03' and length(new.values) between 1 and 9
             and translate(new.values, '0123456789', '') = '' then
         beat = new.values;
-        select beats into last_beat from machine_states s where s.host = new.host and s.topic = 'heartbeat';
-        new.lost = case when beat > last_beat then beat - last_beat - 1
+        select beats, s.received into last_beat, last_received from machine_states s
+            where s.host = new.host and s.topic = 'heartbeat' for update;
+        new.lost = case when beat < last_beat and new.received < last_received + interval '10 s' then -1
+                        when new.received < last_received then 0
+                        when beat > last_beat then beat - last_beat - 1
                         when beat < last_beat then beat - 1
                         else 0 end;
     end if;
     foreach topic in array topics loop
+        continue when topic = 'heartbeat' and new.lost < 0;
         insert into machine_states
         values (new.host, topic, new.received, new.number, new.id, new.sender, new.address,
             new.description, new.values, new.severity, new.relay, beat)
@@ -221,10 +228,12 @@ create or replace view silent_machines as
 
 -- Heartbeats of the last 24 hours that were lost, by the gaps in their numbers.
 create or replace view lost_lines as
-    select host, sum(lost) as lost, count(*) as gaps, max(received) as last_gap
+    select host, sum(lost) as lost, count(*) filter (where lost > 0) as gaps,
+        max(received) filter (where lost > 0) as last_gap
     from event_lines
-    where lost > 0 and received > now() - interval '24 hours'
-    group by host;
+    where lost <> 0 and received > now() - interval '24 hours'
+    group by host
+    having sum(lost) > 0;
 
 create or replace view disconnected_machines as
     select host, received as since, values as status, sender, relay

@@ -17,7 +17,7 @@ def stored(reader, columns, number):
     def read():
         reader.execute(f"select {columns} from events order by number")
         return reader.rowcount >= number and [tuple(row) for row in reader.fetchall()]
-    return wait_until(read, f"{number} rows")
+    return wait_until(read, lambda: f"{number} rows, but {reader.rowcount}")
 
 
 def wait_until_it_stays(look, least):

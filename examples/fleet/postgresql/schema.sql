@@ -177,7 +177,7 @@ exception
         insert into refused_lines (reason, relay, event) values (sqlerrm, relay, event);
     when others then
         raise warning 'not stored: %', sqlerrm;
-        perform pg_terminate_backend(pg_backend_pid());
+        perform pg_terminate_backend(pg_backend_pid()), pg_sleep(1);
 end $$;
 revoke execute on function store_line from public;
 grant execute on function store_line to ov_writer;

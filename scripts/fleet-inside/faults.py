@@ -16,8 +16,7 @@ KILLED = Rule(LOST, "docs/FLEET.md",
 
 # Seconds. A line is sent a little after it was printed, and its print is noted a little late.
 SLACK = 0.5
-# Seconds. A relay passes a line on within that time while the centre is there.
-MOST_IN_MEMORY = 3
+MOST_UNREAD = 10  # seconds that a line may wait in a storm until the relay has read it
 RESTART = 0.5  # seconds until a killed program is started again
 AT_ONCE = 5  # events of each client
 
@@ -62,8 +61,8 @@ class Fault:
         return []
 
     def lines_had_to_wait(self, clients):
-        """Whether some lines of these clients were sent while the fault lasted, and each of them was
-        stored after it."""
+        """Whether some lines of these clients were sent while the fault lasted, and each of them
+        was stored after it."""
         committed = {row.line: row.committed for row in self.fleet.stored}
         sent = [one.line for client in clients for one in client.sent
                 if self.broken + SLACK < one.at < self.mended]
@@ -114,7 +113,7 @@ class RelayKilled(Fault):
         self.fleet.relay.start()
 
     def allowances(self):
-        return [Allowance(KILLED, self.killed - MOST_IN_MEMORY, self.killed + SLACK)]
+        return [Allowance(KILLED, self.killed - MOST_UNREAD, self.killed + SLACK)]
 
     def was_seen(self):
         return self.status == -signal.SIGKILL
@@ -130,7 +129,7 @@ class RelayAway(Fault):
         self.fleet.relay.start()
 
     def allowances(self):
-        return [Allowance(UNREAD, self.began - SLACK, self.broken + SLACK)]
+        return [Allowance(UNREAD, self.began - MOST_UNREAD, self.broken + SLACK)]
 
     def was_seen(self):
         return any("Connection refused" in line and self.began < at < self.ended + SLACK

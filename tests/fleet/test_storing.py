@@ -1,10 +1,12 @@
 """What a client sends to the relay is stored once, whatever it is and whatever fails."""
 
+import signal
 import socket
+import time
 
 import pytest
 
-from centre import line, send
+from centre import Rsyslog, line, send
 from support.polling import wait_until
 
 COLUMNS = ("sender, host, address, id, description, values, severity, facility, at, relay, line")
@@ -15,7 +17,16 @@ def stored(reader, columns, number):
     def read():
         reader.execute(f"select {columns} from events order by number")
         return reader.rowcount >= number and [tuple(row) for row in reader.fetchall()]
-    return wait_until(read, f"{number} rows")
+    return wait_until(read, lambda: f"{number} rows, but {reader.rowcount}")
+
+
+def wait_until_it_stays(look, least):
+    """Until `look()` is at least so much, and the same as half a second ago."""
+    def stays():
+        before = look()
+        time.sleep(0.5)
+        return look() == before >= least
+    wait_until(stays, f"{look()} to become {least} and stay")
 
 
 def values(reader, number):
@@ -106,6 +117,56 @@ def test_lines_are_stored_once_if_the_database_stops(relay, database, server):
     server.start()
     for reader in database.cursor("ov_reader"):
         assert sorted(map(int, values(reader, 1000))) == list(range(1000))
+
+
+@pytest.fixture
+def start(debian):
+    """Starts a relay or a centre."""
+    programs = []
+
+    def start(name, port):
+        programs.append(Rsyslog(debian, name, port))
+        programs[-1].start()
+        return programs[-1]
+    yield start
+    for program in programs:
+        program.end()
+
+
+def size_of_queue(debian, name):
+    """In bytes."""
+    return sum(file.stat().st_size for file in
+               debian.path("/var/spool/rsyslog").glob(f"ov-{name}.0*"))
+
+
+@pytest.mark.parametrize("how", [signal.SIGTERM, signal.SIGKILL])
+def test_lines_wait_on_the_disk_of_a_relay_while_the_centre_is_away(
+        debian, database, reader, start, how):
+    """The thin clients do not wait, and the relay may stop or be killed."""
+    relay = start("relay", 514)
+    for batch in range(0, 5000, 500):
+        send(*(line(str(number)) for number in range(batch, batch + 500)))
+    wait_until_it_stays(lambda: size_of_queue(debian, "relay"), 5000 * 1000)
+    relay.end(how)
+    relay.start()
+    start("centre", 2514)
+    assert sorted(map(int, values(reader, 5000))) == list(range(5000))
+    reader.execute("select distinct sender, host, line from events")
+    assert reader.fetchall() == [["127.0.0.1", "tc-0042", ""]]
+
+
+@pytest.mark.parametrize("how, lost", [(signal.SIGTERM, 1), (signal.SIGKILL, 0)])
+def test_lines_wait_on_the_disk_of_the_centre_while_the_database_is_away(
+        debian, server, relay, centre, database, how, lost):
+    """rsyslog may lose the one at hand when it stops."""
+    server.stop()
+    send(*(line(str(number)) for number in range(5000)))
+    wait_until_it_stays(lambda: size_of_queue(debian, "centre"), 5000 * 500)
+    centre.end(how)
+    centre.start()
+    server.start()
+    for reader in database.cursor("ov_reader"):
+        assert sorted(map(int, values(reader, 5000 - lost)))[-4990:] == list(range(10, 5000))
 
 
 def test_an_event_that_comes_twice_is_stored_once(writer, reader):

@@ -101,6 +101,7 @@ def test_a_gap_in_the_heartbeats_is_loss(store, view, numbers, lost):
 @pytest.mark.parametrize("heartbeats, lost", [
     ("1@60 4@57 2@59 3@58", []),
     ("1@60 5@56 2@59 4@57", [("tc-1", 1, 1)]),
+    ("1@60 4@60 2@60 3@60 5@55", []),
     ("7@60 1@50 8@59", []),
 ])
 def test_a_heartbeat_that_comes_late_is_not_lost(store, view, heartbeats, lost):

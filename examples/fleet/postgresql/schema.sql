@@ -53,8 +53,8 @@ create table if not exists known_usb_devices (
 
 -- One row for each line. A field that the line does not have is empty. `line` is the whole of a line of
 -- another form, and empty otherwise. Lines that come in one piece have the same time of receipt; the
--- number keeps their order. `lost` counts the heartbeats that are missing before this one, or is -1 for one that comes late. The key is the
--- relay's: a line that comes twice is stored once.
+-- number keeps their order. `lost` counts the heartbeats that are missing before this one, or is -1 for one
+-- that comes late. The key is the relay's: a line that comes twice is stored once.
 create table if not exists event_lines (
     number bigint generated always as identity,
     received timestamptz not null,
@@ -130,13 +130,13 @@ declare
     last_received timestamptz;
 begin
     -- The number of the heartbeat begins with 1 at each boot. A heartbeat may come twice. After an outage
-    -- the lines from a relay's memory overtake those from its disk: a heartbeat that comes late was counted
-    -- as missing. No machine boots within ten seconds.
+    -- rsyslog sends the lines in its memory and those on its disk at a time: a heartbeat that comes late was
+    -- counted as missing. No machine boots within ten seconds.
     if new.id = 'sys03' and length(new.values) between 1 and 9
             and translate(new.values, '0123456789', '') = '' then
         beat = new.values;
         select beats, s.received into last_beat, last_received from machine_states s
-            where s.host = new.host and s.topic = 'heartbeat';
+            where s.host = new.host and s.topic = 'heartbeat' for update;
         new.lost = case when beat < last_beat and new.received < last_received + interval '10 s' then -1
                         when new.received < last_received then 0
                         when beat > last_beat then beat - last_beat - 1
@@ -144,6 +144,7 @@ begin
                         else 0 end;
     end if;
     foreach topic in array topics loop
+        continue when topic = 'heartbeat' and new.lost < 0;
         insert into machine_states
         values (new.host, topic, new.received, new.number, new.id, new.sender, new.address,
             new.description, new.values, new.severity, new.relay, beat)
@@ -176,7 +177,7 @@ exception
         insert into refused_lines (reason, relay, event) values (sqlerrm, relay, event);
     when others then
         raise warning 'not stored: %', sqlerrm;
-        perform pg_terminate_backend(pg_backend_pid());
+        perform pg_terminate_backend(pg_backend_pid()), pg_sleep(1);
 end $$;
 revoke execute on function store_line from public;
 grant execute on function store_line to ov_writer;

@@ -17,7 +17,10 @@ def server(debian):
 
 
 @pytest.fixture
-def database(server):
+def database(debian, server):
+    """Empty, and nothing waits for it."""
+    for file in debian.path("/var/spool/rsyslog").iterdir():
+        file.unlink()
     server.clear()
     return server
 
